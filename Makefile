@@ -1,0 +1,33 @@
+# Terminal Querlin: every target installs what is missing first (Debian packages only).
+BUILD_DIR  ?= build
+BUILD_TYPE ?= Release
+JOBS       ?= $(shell nproc)
+
+.PHONY: all deps configure build run test format clean
+
+all: build
+
+deps:
+	@scripts/install-deps
+
+configure: deps
+	@if [ ! -f $(BUILD_DIR)/build.ninja ]; then \
+		cmake -S . -B $(BUILD_DIR) -G Ninja -DCMAKE_BUILD_TYPE=$(BUILD_TYPE); \
+	fi
+
+build: configure
+	@cmake --build $(BUILD_DIR) --parallel $(JOBS)
+
+run: build
+	$(BUILD_DIR)/querlin-terminal
+
+test: build
+	@cd $(BUILD_DIR) && QT_QPA_PLATFORM=offscreen \
+		ctest --output-on-failure --no-tests=error --parallel $(JOBS)
+
+format:
+	@command -v clang-format >/dev/null || { echo "make format needs clang-format (apt-get install clang-format)"; exit 1; }
+	@git ls-files -z --cached --others --exclude-standard '*.cpp' '*.h' | xargs -0 -r clang-format -i
+
+clean:
+	rm -rf $(BUILD_DIR)

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <QString>
+#include <QUrl>
+
+#include <span>
+
+// Every remote base the terminal calls. Each has a public default and an environment override
+// holding a scheme://host[:port] base without a trailing slash, so tests and private deployments
+// can point it elsewhere (plain http:// and ws:// work as well as the secure defaults).
+enum class Endpoint {
+    BinanceRest,
+    BinanceStream,
+    YahooQuery,
+    YahooFeeds,
+    Brapi,
+    AlphaVantage,
+    Finnhub,
+    TwelveData,
+    FinancialModelingPrep,
+    ItickStream,
+    NewsApi,
+    Account,
+};
+
+struct EndpointDefinition
+{
+    Endpoint endpoint;
+    const char *environmentVariable;
+    const char *defaultBase;
+    bool isStream; // ws/wss rather than http/https
+};
+
+std::span<const EndpointDefinition> endpointDefinitions();
+const EndpointDefinition &endpointDefinition(Endpoint endpoint);
+
+// The base in effect: a valid override from the environment, else the default. An override that is
+// not a scheme://host[:port] base of the right kind is ignored with a warning on stderr.
+QString endpointBase(Endpoint endpoint);
+
+// The base followed by an absolute path ("/api/v3/ticker/24hr"); the path is kept as given, so a
+// percent-encoded symbol in it stays encoded.
+QUrl endpointUrl(Endpoint endpoint, const QString &path);
+
+// Why a base text cannot be used, or empty when it can.
+QString endpointBaseProblem(const QString &base, bool isStream);
+
+// The account service addresses, built once when the process starts and kept for its whole life.
+extern const QString kAccountAuthEndpoint; // "/TERMINAL/auth"
+extern const QString kAccountLoginPage;    // "/login_page.php"
+extern const QString kAccountSyncEndpoint; // "/TERMINAL/sync"
+extern const QString kHouseNewsFeed;       // "/TERMINAL/NEWS.json"

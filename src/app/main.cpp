@@ -1,0 +1,19 @@
+#include "app/identity.h"
+#include "ui/main_window.h"
+
+#include <QApplication>
+
+int main(int argc, char *argv[])
+{
+    QApplication app(argc, argv);
+    applyApplicationIdentity(app);
+
+    int exitCode = 0;
+    {
+        MainWindow window;
+        window.setWindowIcon(applicationIcon());
+        window.show();
+        exitCode = app.exec();
+    } // the window goes before the application object
+    return exitCode;
+}

@@ -1,0 +1,258 @@
+#include "market/symbols.h"
+
+#include <QSet>
+
+namespace {
+
+const QSet<QString> &currencyCodes()
+{
+    static const QSet<QString> codes{
+            QStringLiteral("USD"), QStringLiteral("BRL"), QStringLiteral("EUR"),
+            QStringLiteral("GBP"), QStringLiteral("JPY"), QStringLiteral("CHF"),
+            QStringLiteral("CAD"), QStringLiteral("AUD"), QStringLiteral("NZD"),
+            QStringLiteral("MXN"), QStringLiteral("CNY"), QStringLiteral("CNH"),
+            QStringLiteral("HKD"), QStringLiteral("SGD"), QStringLiteral("SEK"),
+            QStringLiteral("NOK"), QStringLiteral("DKK"), QStringLiteral("ZAR"),
+            QStringLiteral("TRY"), QStringLiteral("ARS"), QStringLiteral("CLP"),
+            QStringLiteral("COP"), QStringLiteral("PEN"), QStringLiteral("UYU"),
+            QStringLiteral("KRW"), QStringLiteral("INR"),
+    };
+    return codes;
+}
+
+const QString kUsd = QStringLiteral("USD");
+const QString kForexSuffix = QStringLiteral("=X");
+
+// The marker the completer puts between a symbol and its market label: "PETR4.SA  (B3)".
+const QString kCompleterLabelMarker = QStringLiteral("  (");
+
+QString withoutBlanks(const QString &text)
+{
+    QString result;
+    result.reserve(text.size());
+    for (const QChar c : text) {
+        if (!c.isSpace())
+            result.append(c);
+    }
+    return result;
+}
+
+} // namespace
+
+AssetClass assetClassOf(const QString &symbol)
+{
+    if (symbol.endsWith(QLatin1String(".SA")))
+        return AssetClass::BrEquity;
+    if (symbol.endsWith(QLatin1String("USDT")) || symbol.endsWith(QLatin1String("BUSD")) ||
+        symbol.endsWith(QLatin1String("USDC")))
+        return AssetClass::Crypto;
+    if (symbol.endsWith(kForexSuffix))
+        return AssetClass::Forex;
+    return AssetClass::UsEquity;
+}
+
+QString assetClassLabel(AssetClass assetClass)
+{
+    switch (assetClass) {
+    case AssetClass::BrEquity:
+        return QStringLiteral("BR Equity");
+    case AssetClass::UsEquity:
+        return QStringLiteral("US Equity");
+    case AssetClass::Crypto:
+        return QStringLiteral("Crypto");
+    case AssetClass::Forex:
+        return QStringLiteral("Forex");
+    }
+    return QStringLiteral("Forex");
+}
+
+QString assetClassForSymbol(const QString &symbol)
+{
+    return assetClassLabel(assetClassOf(symbol));
+}
+
+QString assetClassId(const QString &symbol)
+{
+    switch (assetClassOf(symbol)) {
+    case AssetClass::BrEquity:
+        return QStringLiteral("equity_br");
+    case AssetClass::UsEquity:
+        return QStringLiteral("equity_us");
+    case AssetClass::Crypto:
+        return QStringLiteral("crypto");
+    case AssetClass::Forex:
+        return QStringLiteral("forex");
+    }
+    return QStringLiteral("forex");
+}
+
+QString marketLabelForSymbol(const QString &symbol)
+{
+    switch (assetClassOf(symbol)) {
+    case AssetClass::BrEquity:
+        return QStringLiteral("B3");
+    case AssetClass::UsEquity:
+        return symbol.startsWith(QLatin1Char('^')) ? QStringLiteral("US Index")
+                                                   : QStringLiteral("US");
+    case AssetClass::Crypto:
+        return QStringLiteral("Crypto");
+    case AssetClass::Forex:
+        return QStringLiteral("Forex");
+    }
+    return QStringLiteral("Forex");
+}
+
+QString venueForSymbol(const QString &symbol)
+{
+    switch (assetClassOf(symbol)) {
+    case AssetClass::BrEquity:
+        return QStringLiteral("B3");
+    case AssetClass::UsEquity:
+        return QStringLiteral("US");
+    case AssetClass::Crypto:
+        return QStringLiteral("Binance");
+    case AssetClass::Forex:
+        return QStringLiteral("FX");
+    }
+    return QStringLiteral("FX");
+}
+
+QString currencyForSymbol(const QString &symbol)
+{
+    return assetClassOf(symbol) == AssetClass::BrEquity ? QStringLiteral("BRL") : kUsd;
+}
+
+int assetMarketIndex(const QString &symbol)
+{
+    return static_cast<int>(assetClassOf(symbol));
+}
+
+int marketIndexForClassLabel(const QString &label)
+{
+    if (label == QLatin1String("Crypto"))
+        return static_cast<int>(AssetClass::Crypto);
+    if (label == QLatin1String("US Equity"))
+        return static_cast<int>(AssetClass::UsEquity);
+    if (label == QLatin1String("BR Equity"))
+        return static_cast<int>(AssetClass::BrEquity);
+    return static_cast<int>(AssetClass::Forex);
+}
+
+QString displaySymbol(const QString &symbol)
+{
+    if (symbol == QLatin1String("BRL=X"))
+        return QStringLiteral("USD/BRL");
+    // Only the real gets the USD/ form; "JPY=X" stays as it is.
+    if (symbol.endsWith(kForexSuffix) && symbol.size() - kForexSuffix.size() == 6)
+        return symbol.left(3) + QLatin1Char('/') + symbol.mid(3, 3);
+    return symbol;
+}
+
+QString providerForexPair(const QString &input)
+{
+    return displaySymbol(input.trimmed().toUpper());
+}
+
+QString yahooCryptoSymbol(const QString &symbol)
+{
+    if (symbol.endsWith(QLatin1String("USDT")) && symbol.size() > 4)
+        return symbol.chopped(4) + QStringLiteral("-USD");
+    return symbol;
+}
+
+bool isCurrencyCode(const QString &code)
+{
+    return currencyCodes().contains(code);
+}
+
+QString normalizeForexSymbol(const QString &text)
+{
+    QString base;
+    QString quote;
+    if (text.endsWith(kForexSuffix)) {
+        const QString pair = text.chopped(kForexSuffix.size());
+        if (pair.size() == 6 && pair.left(3) == kUsd && isCurrencyCode(pair.left(3)) &&
+            isCurrencyCode(pair.mid(3)))
+            return pair.mid(3) + kForexSuffix; // USDBRL=X -> BRL=X
+        return text;
+    }
+    if (text.contains(QLatin1Char('/'))) {
+        const QStringList parts = text.split(QLatin1Char('/'), Qt::SkipEmptyParts);
+        if (parts.size() != 2)
+            return {};
+        base = parts.at(0);
+        quote = parts.at(1);
+    } else {
+        if (text.size() != 6)
+            return {};
+        base = text.left(3);
+        quote = text.mid(3);
+    }
+    if (!isCurrencyCode(base) || !isCurrencyCode(quote) || base == quote)
+        return {};
+    return base == kUsd ? quote + kForexSuffix : base + quote + kForexSuffix;
+}
+
+QString normalizeSymbolInput(const QString &text, const QStringList &cryptoBaseAssets,
+                             const QStringList &b3ShortTickers)
+{
+    QString symbol = text.trimmed().toUpper();
+    const qsizetype marker = symbol.indexOf(kCompleterLabelMarker);
+    if (marker >= 0)
+        symbol = symbol.left(marker).trimmed();
+    symbol = withoutBlanks(symbol);
+    if (symbol.isEmpty())
+        return {};
+
+    // Forex first: a six-letter text of two currency codes is always a pair.
+    const QString forex = normalizeForexSymbol(symbol);
+    if (!forex.isEmpty())
+        return forex;
+
+    const QStringList &bases =
+            cryptoBaseAssets.isEmpty() ? builtinCryptoBaseAssets() : cryptoBaseAssets;
+    if (bases.contains(symbol))
+        return symbol + QStringLiteral("USDT");
+    // A bare ticker is completed only when it is known: an unknown XYZW3 stays as typed.
+    if (!symbol.contains(QLatin1Char('.')) && b3ShortTickers.contains(symbol))
+        return symbol + QStringLiteral(".SA");
+    return symbol;
+}
+
+bool isSpotUsdtPair(const QString &symbol)
+{
+    if (!symbol.endsWith(QLatin1String("USDT")))
+        return false;
+    for (const char *marker : {"UPUSDT", "DOWNUSDT", "BULLUSDT", "BEARUSDT"}) {
+        if (symbol.contains(QLatin1String(marker)))
+            return false;
+    }
+    return true;
+}
+
+bool symbolMatchesScope(const QString &symbol, const QString &scope)
+{
+    if (scope == QLatin1String("all"))
+        return true;
+    const QString id = assetClassId(symbol);
+    if (scope == QLatin1String("br"))
+        return id == QLatin1String("equity_br");
+    if (scope == QLatin1String("us"))
+        return id == QLatin1String("equity_us");
+    return id == scope;
+}
+
+const QStringList &builtinCryptoBaseAssets()
+{
+    static const QStringList bases{
+            QStringLiteral("BTC"),   QStringLiteral("ETH"),  QStringLiteral("BNB"),
+            QStringLiteral("SOL"),   QStringLiteral("XRP"),  QStringLiteral("ADA"),
+            QStringLiteral("DOGE"),  QStringLiteral("AVAX"), QStringLiteral("LINK"),
+            QStringLiteral("MATIC"), QStringLiteral("DOT"),  QStringLiteral("LTC"),
+            QStringLiteral("TRX"),   QStringLiteral("BCH"),  QStringLiteral("NEAR"),
+            QStringLiteral("ATOM"),  QStringLiteral("APT"),  QStringLiteral("ARB"),
+            QStringLiteral("OP"),    QStringLiteral("SUI"),  QStringLiteral("INJ"),
+            QStringLiteral("FIL"),   QStringLiteral("UNI"),  QStringLiteral("AAVE"),
+    };
+    return bases;
+}

@@ -1,0 +1,137 @@
+#include "app/endpoints.h"
+
+#include <QTest>
+
+Q_DECLARE_METATYPE(Endpoint)
+
+class EndpointsTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void everyEndpointHasItsVariableAndDefault_data();
+    void everyEndpointHasItsVariableAndDefault();
+    void overrideReplacesTheBase_data();
+    void overrideReplacesTheBase();
+    void urlKeepsAnEncodedPath();
+    void accountAddressesFollowTheBase();
+};
+
+void EndpointsTest::everyEndpointHasItsVariableAndDefault_data()
+{
+    QTest::addColumn<Endpoint>("endpoint");
+    QTest::addColumn<QString>("variable");
+    QTest::addColumn<QString>("scheme");
+    QTest::newRow("binance rest") << Endpoint::BinanceRest << "QRL_ENDPOINT_BINANCE_REST"
+                                  << "https";
+    QTest::newRow("binance stream") << Endpoint::BinanceStream << "QRL_ENDPOINT_BINANCE_STREAM"
+                                    << "wss";
+    QTest::newRow("yahoo query") << Endpoint::YahooQuery << "QRL_ENDPOINT_YAHOO_QUERY"
+                                 << "https";
+    QTest::newRow("yahoo feeds") << Endpoint::YahooFeeds << "QRL_ENDPOINT_YAHOO_FEEDS"
+                                 << "https";
+    QTest::newRow("brapi") << Endpoint::Brapi << "QRL_ENDPOINT_BRAPI"
+                           << "https";
+    QTest::newRow("alpha vantage") << Endpoint::AlphaVantage << "QRL_ENDPOINT_ALPHA_VANTAGE"
+                                   << "https";
+    QTest::newRow("finnhub") << Endpoint::Finnhub << "QRL_ENDPOINT_FINNHUB"
+                             << "https";
+    QTest::newRow("twelve data") << Endpoint::TwelveData << "QRL_ENDPOINT_TWELVE_DATA"
+                                 << "https";
+    QTest::newRow("fmp") << Endpoint::FinancialModelingPrep << "QRL_ENDPOINT_FMP"
+                         << "https";
+    QTest::newRow("itick") << Endpoint::ItickStream << "QRL_ENDPOINT_ITICK_STREAM"
+                           << "wss";
+    QTest::newRow("newsapi") << Endpoint::NewsApi << "QRL_ENDPOINT_NEWSAPI"
+                             << "https";
+    QTest::newRow("account") << Endpoint::Account << "QRL_ENDPOINT_ACCOUNT"
+                             << "https";
+}
+
+void EndpointsTest::everyEndpointHasItsVariableAndDefault()
+{
+    QFETCH(Endpoint, endpoint);
+    QFETCH(QString, variable);
+    QFETCH(QString, scheme);
+    const EndpointDefinition &definition = endpointDefinition(endpoint);
+    QCOMPARE(QString::fromLatin1(definition.environmentVariable), variable);
+    qunsetenv(definition.environmentVariable);
+    const QString base = endpointBase(endpoint);
+    QCOMPARE(QUrl(base).scheme(), scheme);
+    QVERIFY(!base.endsWith(QLatin1Char('/')));
+    QCOMPARE(endpointBaseProblem(base, definition.isStream), QString());
+    if (endpoint == Endpoint::BinanceStream)
+        QCOMPARE(QUrl(base).port(), 9443);
+}
+
+void EndpointsTest::overrideReplacesTheBase_data()
+{
+    QTest::addColumn<Endpoint>("endpoint");
+    QTest::addColumn<QString>("value");
+    QTest::addColumn<QString>("expected"); // empty: the default stays
+
+    QTest::newRow("plain http loopback") << Endpoint::YahooQuery << "http://127.0.0.1:8080"
+                                         << "http://127.0.0.1:8080";
+    QTest::newRow("trailing slash dropped") << Endpoint::Brapi << " http://127.0.0.1:9/ "
+                                            << "http://127.0.0.1:9";
+    QTest::newRow("plain ws stream") << Endpoint::BinanceStream << "ws://127.0.0.1:9555"
+                                     << "ws://127.0.0.1:9555";
+    QTest::newRow("named host") << Endpoint::Account << "https://accounts.example.net"
+                                << "https://accounts.example.net";
+    QTest::newRow("blank") << Endpoint::Finnhub << "   "
+                           << "";
+    QTest::newRow("no scheme") << Endpoint::Finnhub << "127.0.0.1:8080"
+                               << "";
+    QTest::newRow("http for a stream") << Endpoint::ItickStream << "http://127.0.0.1:1"
+                                       << "";
+    QTest::newRow("ws for rest") << Endpoint::NewsApi << "ws://127.0.0.1:1"
+                                 << "";
+    QTest::newRow("with a path") << Endpoint::TwelveData << "http://127.0.0.1:1/api"
+                                 << "";
+    QTest::newRow("with a query") << Endpoint::FinancialModelingPrep << "http://h?x=1"
+                                  << "";
+    QTest::newRow("garbage") << Endpoint::AlphaVantage << "http://[::1"
+                             << "";
+}
+
+void EndpointsTest::overrideReplacesTheBase()
+{
+    QFETCH(Endpoint, endpoint);
+    QFETCH(QString, value);
+    QFETCH(QString, expected);
+    const EndpointDefinition &definition = endpointDefinition(endpoint);
+    qunsetenv(definition.environmentVariable);
+    const QString defaultBase = endpointBase(endpoint);
+
+    qputenv(definition.environmentVariable, value.toUtf8());
+    const QString base = endpointBase(endpoint);
+    qunsetenv(definition.environmentVariable);
+    QCOMPARE(base, expected.isEmpty() ? defaultBase : expected);
+}
+
+void EndpointsTest::urlKeepsAnEncodedPath()
+{
+    qputenv("QRL_ENDPOINT_YAHOO_QUERY", "http://127.0.0.1:4567");
+    const QUrl url = endpointUrl(Endpoint::YahooQuery, QStringLiteral("/v8/finance/chart/%5EBVSP"));
+    qunsetenv("QRL_ENDPOINT_YAHOO_QUERY");
+    QCOMPARE(url.toString(QUrl::FullyEncoded),
+             QStringLiteral("http://127.0.0.1:4567/v8/finance/chart/%5EBVSP"));
+    QCOMPARE(url.port(), 4567);
+}
+
+// Run twice by ctest: with the default service and with QRL_ENDPOINT_ACCOUNT set.
+void EndpointsTest::accountAddressesFollowTheBase()
+{
+    const QString override = qEnvironmentVariable("QRL_ENDPOINT_ACCOUNT");
+    const QString base =
+            override.isEmpty()
+                    ? QString::fromLatin1(endpointDefinition(Endpoint::Account).defaultBase)
+                    : override.chopped(override.endsWith('/') ? 1 : 0);
+    QCOMPARE(kAccountAuthEndpoint, base + QStringLiteral("/TERMINAL/auth"));
+    QCOMPARE(kAccountLoginPage, base + QStringLiteral("/login_page.php"));
+    QCOMPARE(kAccountSyncEndpoint, base + QStringLiteral("/TERMINAL/sync"));
+    QCOMPARE(kHouseNewsFeed, base + QStringLiteral("/TERMINAL/NEWS.json"));
+}
+
+QTEST_GUILESS_MAIN(EndpointsTest)
+#include "tst_endpoints.moc"

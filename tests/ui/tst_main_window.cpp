@@ -1,0 +1,197 @@
+#include "app/identity.h"
+#include "support/isolated_folders.h"
+#include "ui/language.h"
+#include "ui/main_window.h"
+
+#include <QAbstractItemView>
+#include <QApplication>
+#include <QCompleter>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMenuBar>
+#include <QStatusBar>
+#include <QTest>
+
+class MainWindowTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase() { applyApplicationIdentity(*qApp); }
+
+    void constructorWritesMilestonesInOrder();
+    void searchFieldCompletesAnywhereInTheEntry_data();
+    void searchFieldCompletesAnywhereInTheEntry();
+    void universeFilesAndSectorsReachTheWindow();
+    void mergedSymbolsRefillTheCompleter();
+    void confirmingAnEntryUsesTheNormalisedSymbol();
+    void placeholderFollowsTheLanguage();
+};
+
+void MainWindowTest::constructorWritesMilestonesInOrder()
+{
+    IsolatedFolders folders;
+    {
+        MainWindow window;
+    }
+    const QStringList expected{
+            "enter",
+            "before menu setup",
+            "after menu setup",
+            "root layout created",
+            "top layout created",
+            "brand created",
+            "before setupCompleter",
+            "after setupCompleter",
+            "before loadSymbolClassifications",
+            "after loadSymbolClassifications",
+            "top bar created",
+            "table created",
+            "chart toolbar partially created",
+            "chart panel created",
+            "book panel created",
+            "movers panel created",
+            "screener panel created",
+            "news panel created",
+            "portfolio panel created",
+            "tape panel created",
+            "right tabs created",
+            "central widget set",
+            "before signal connects",
+            "before loadConfig",
+            "before loadLocalSettings",
+            "before applyConfiguredShortcuts",
+            "before retranslateUi",
+            "before applyColumnVisibilityConfig",
+            "before loadWatchlist",
+            "before refreshPortfolio",
+            "before applyTheme",
+            "before updateThemedWidgets",
+            "before refreshAlertHistoryTable",
+            "after refreshAlertHistoryTable",
+    };
+    QCOMPARE(expected.size(), 34);
+
+    const QString log = QString::fromUtf8(IsolatedFolders::readFile(
+            folders.expectedConfigFolder() + QStringLiteral("/startup.log")));
+    const QStringList lines = log.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    QCOMPARE(lines.size(), expected.size());
+    for (int i = 0; i < lines.size(); ++i)
+        QCOMPARE(lines.at(i).section(QLatin1Char(' '), 1),
+                 QStringLiteral("MainWindow ctor: ") + expected.at(i));
+}
+
+void MainWindowTest::searchFieldCompletesAnywhereInTheEntry_data()
+{
+    QTest::addColumn<QString>("typed");
+    QTest::addColumn<QStringList>("mustOffer");
+    QTest::newRow("prefix, lower case") << "petr4" << QStringList{"PETR4.SA  (B3)"};
+    QTest::newRow("inside the entry") << "etr4" << QStringList{"PETR4.SA  (B3)"};
+    QTest::newRow("market label") << "(forex" << QStringList{"USD/BRL  (Forex)", "JPY=X  (Forex)"};
+    QTest::newRow("slash pair both ways")
+            << "usd/brl" << QStringList{"USD/BRL  (Forex)", "USD/BRL  (US)"};
+}
+
+void MainWindowTest::searchFieldCompletesAnywhereInTheEntry()
+{
+    QFETCH(QString, typed);
+    QFETCH(QStringList, mustOffer);
+    IsolatedFolders folders;
+    MainWindow window;
+    window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+
+    auto *search = window.findChild<QLineEdit *>(QStringLiteral("tickerSearch"));
+    QVERIFY(search);
+    QCompleter *completer = search->completer();
+    QVERIFY(completer);
+    QCOMPARE(completer->caseSensitivity(), Qt::CaseInsensitive);
+    QCOMPARE(completer->filterMode(), Qt::MatchContains);
+    QCOMPARE(completer->completionMode(), QCompleter::PopupCompletion);
+
+    search->setFocus();
+    QTest::keyClicks(search, typed);
+    QTRY_VERIFY(completer->popup()->isVisible());
+    QStringList offered;
+    for (int row = 0; completer->setCurrentRow(row); ++row)
+        offered << completer->currentCompletion();
+    for (const QString &entry : mustOffer)
+        QVERIFY2(offered.contains(entry), qPrintable(entry + " not in " + offered.join(" | ")));
+}
+
+void MainWindowTest::universeFilesAndSectorsReachTheWindow()
+{
+    IsolatedFolders folders;
+    folders.writeFile(QStringLiteral("data/universe/indexes.txt"), "symbol\n^bvsp\n");
+    folders.writeFile(QStringLiteral("data/universe/classification.csv"),
+                      "symbol,sector\nPETR4.SA,Oil & Gas\nMYCO3.SA,Retail\n");
+    MainWindow window;
+    const SymbolUniverse &universe = window.symbolUniverse();
+    QVERIFY(universe.contains(QStringLiteral("^BVSP")));
+    QVERIFY(universe.contains(QStringLiteral("MYCO3.SA")));
+    QCOMPARE(window.sectorForSymbol(QStringLiteral("PETR4.SA")), QStringLiteral("Oil & Gas"));
+    QCOMPARE(window.normalizeSymbolInput(QStringLiteral("myco3")), QStringLiteral("MYCO3.SA"));
+
+    auto *search = window.findChild<QLineEdit *>(QStringLiteral("tickerSearch"));
+    const QStringList entries = [&] {
+        QStringList all;
+        auto *model = search->completer()->model();
+        for (int row = 0; row < model->rowCount(); ++row)
+            all << model->index(row, 0).data().toString();
+        return all;
+    }();
+    QCOMPARE(entries.size(), 295 + 2);
+    QVERIFY(entries.contains(QStringLiteral("^BVSP  (US Index)")));
+}
+
+void MainWindowTest::mergedSymbolsRefillTheCompleter()
+{
+    IsolatedFolders folders;
+    MainWindow window;
+    auto *model =
+            window.findChild<QLineEdit *>(QStringLiteral("tickerSearch"))->completer()->model();
+    QCOMPARE(model->rowCount(), 295);
+    window.mergeUniverseSymbols({QStringLiteral("wifusdt"), QStringLiteral("BTCUSDT")});
+    QCOMPARE(model->rowCount(), 296);
+    QVERIFY(!model->match(model->index(0, 0), Qt::DisplayRole, QStringLiteral("WIFUSDT  (Crypto)"),
+                          1, Qt::MatchExactly)
+                     .isEmpty());
+}
+
+void MainWindowTest::confirmingAnEntryUsesTheNormalisedSymbol()
+{
+    IsolatedFolders folders;
+    MainWindow window;
+    auto *search = window.findChild<QLineEdit *>(QStringLiteral("tickerSearch"));
+    search->setText(QStringLiteral("USD/BRL  (Forex)"));
+    QTest::keyClick(search, Qt::Key_Return);
+    QVERIFY(search->text().isEmpty());
+    QVERIFY(window.statusBar()->currentMessage().startsWith(QStringLiteral("USD/BRL · Forex")));
+
+    search->setText(QStringLiteral("   "));
+    QTest::keyClick(search, Qt::Key_Return);
+    QCOMPARE(search->text(), QStringLiteral("   ")); // nothing usable: nothing happens
+}
+
+void MainWindowTest::placeholderFollowsTheLanguage()
+{
+    IsolatedFolders folders;
+    MainWindow window;
+    auto *search = window.findChild<QLineEdit *>(QStringLiteral("tickerSearch"));
+    QCOMPARE(search->placeholderText(),
+             QStringLiteral("Search ticker: PETR4.SA, AAPL, BTCUSDT, USD/BRL"));
+    QCOMPARE(window.menuBar()->actions().first()->text(), QStringLiteral("View"));
+    auto *fx = window.findChild<QLabel *>(QStringLiteral("fxTicker"));
+    QVERIFY(fx);
+    QCOMPARE(fx->text(), QStringLiteral("USD/BRL --"));
+
+    window.setLanguage(QStringLiteral("pt_BR"));
+    QVERIFY(search->placeholderText().startsWith(QStringLiteral("Buscar ativo:")));
+    QCOMPARE(window.menuBar()->actions().first()->text(), QStringLiteral("Exibir"));
+    window.setLanguage(QStringLiteral("de")); // anything else is English
+    QCOMPARE(window.menuBar()->actions().first()->text(), QStringLiteral("View"));
+    QCOMPARE(interfaceLanguage(), QStringLiteral("en"));
+}
+
+QTEST_MAIN(MainWindowTest)
+#include "tst_main_window.moc"

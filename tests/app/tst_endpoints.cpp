@@ -9,7 +9,6 @@ class EndpointsTest : public QObject
     Q_OBJECT
 
 private slots:
-    void everyEndpointHasItsVariableAndDefault_data();
     void everyEndpointHasItsVariableAndDefault();
     void overrideReplacesTheBase_data();
     void overrideReplacesTheBase();
@@ -17,51 +16,27 @@ private slots:
     void accountAddressesFollowTheBase();
 };
 
-void EndpointsTest::everyEndpointHasItsVariableAndDefault_data()
-{
-    QTest::addColumn<Endpoint>("endpoint");
-    QTest::addColumn<QString>("variable");
-    QTest::addColumn<QString>("scheme");
-    QTest::newRow("binance rest") << Endpoint::BinanceRest << "QRL_ENDPOINT_BINANCE_REST"
-                                  << "https";
-    QTest::newRow("binance stream") << Endpoint::BinanceStream << "QRL_ENDPOINT_BINANCE_STREAM"
-                                    << "wss";
-    QTest::newRow("yahoo query") << Endpoint::YahooQuery << "QRL_ENDPOINT_YAHOO_QUERY"
-                                 << "https";
-    QTest::newRow("yahoo feeds") << Endpoint::YahooFeeds << "QRL_ENDPOINT_YAHOO_FEEDS"
-                                 << "https";
-    QTest::newRow("brapi") << Endpoint::Brapi << "QRL_ENDPOINT_BRAPI"
-                           << "https";
-    QTest::newRow("alpha vantage") << Endpoint::AlphaVantage << "QRL_ENDPOINT_ALPHA_VANTAGE"
-                                   << "https";
-    QTest::newRow("finnhub") << Endpoint::Finnhub << "QRL_ENDPOINT_FINNHUB"
-                             << "https";
-    QTest::newRow("twelve data") << Endpoint::TwelveData << "QRL_ENDPOINT_TWELVE_DATA"
-                                 << "https";
-    QTest::newRow("fmp") << Endpoint::FinancialModelingPrep << "QRL_ENDPOINT_FMP"
-                         << "https";
-    QTest::newRow("itick") << Endpoint::ItickStream << "QRL_ENDPOINT_ITICK_STREAM"
-                           << "wss";
-    QTest::newRow("newsapi") << Endpoint::NewsApi << "QRL_ENDPOINT_NEWSAPI"
-                             << "https";
-    QTest::newRow("account") << Endpoint::Account << "QRL_ENDPOINT_ACCOUNT"
-                             << "https";
-}
-
+// Scripts and the fake providers rely on these exact names.
 void EndpointsTest::everyEndpointHasItsVariableAndDefault()
 {
-    QFETCH(Endpoint, endpoint);
-    QFETCH(QString, variable);
-    QFETCH(QString, scheme);
-    const EndpointDefinition &definition = endpointDefinition(endpoint);
-    QCOMPARE(QString::fromLatin1(definition.environmentVariable), variable);
-    qunsetenv(definition.environmentVariable);
-    const QString base = endpointBase(endpoint);
-    QCOMPARE(QUrl(base).scheme(), scheme);
-    QVERIFY(!base.endsWith(QLatin1Char('/')));
-    QCOMPARE(endpointBaseProblem(base, definition.isStream), QString());
-    if (endpoint == Endpoint::BinanceStream)
-        QCOMPARE(QUrl(base).port(), 9443);
+    const QStringList names{
+            "QRL_ENDPOINT_BINANCE_REST", "QRL_ENDPOINT_BINANCE_STREAM",
+            "QRL_ENDPOINT_YAHOO_QUERY",  "QRL_ENDPOINT_YAHOO_FEEDS",
+            "QRL_ENDPOINT_BRAPI",        "QRL_ENDPOINT_ALPHA_VANTAGE",
+            "QRL_ENDPOINT_FINNHUB",      "QRL_ENDPOINT_TWELVE_DATA",
+            "QRL_ENDPOINT_FMP",          "QRL_ENDPOINT_ITICK_STREAM",
+            "QRL_ENDPOINT_NEWSAPI",      "QRL_ENDPOINT_ACCOUNT",
+    };
+    QStringList declared;
+    for (const EndpointDefinition &definition : endpointDefinitions()) {
+        declared << QString::fromLatin1(definition.environmentVariable);
+        qunsetenv(definition.environmentVariable);
+        const QString base = endpointBase(definition.endpoint);
+        QVERIFY2(endpointBaseProblem(base, definition.isStream).isEmpty(), qPrintable(base));
+        QCOMPARE(QUrl(base).scheme(), definition.isStream ? "wss" : "https");
+    }
+    QCOMPARE(declared, names);
+    QCOMPARE(QUrl(endpointBase(Endpoint::BinanceStream)).port(), 9443);
 }
 
 void EndpointsTest::overrideReplacesTheBase_data()

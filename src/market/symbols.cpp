@@ -20,6 +20,28 @@ const QSet<QString> &currencyCodes()
     return codes;
 }
 
+struct AssetClassTraits
+{
+    const char *label;
+    const char *id;
+    const char *market;
+    const char *venue;
+    const char *currency;
+};
+
+// Indexed by the market index.
+constexpr AssetClassTraits kTraits[] = {
+        {"Crypto", "crypto", "Crypto", "Binance", "USD"},
+        {"US Equity", "equity_us", "US", "US", "USD"},
+        {"BR Equity", "equity_br", "B3", "B3", "BRL"},
+        {"Forex", "forex", "Forex", "FX", "USD"},
+};
+
+const AssetClassTraits &traitsOf(AssetClass assetClass)
+{
+    return kTraits[static_cast<int>(assetClass)];
+}
+
 const QString kUsd = QStringLiteral("USD");
 const QString kForexSuffix = QStringLiteral("=X");
 
@@ -53,17 +75,7 @@ AssetClass assetClassOf(const QString &symbol)
 
 QString assetClassLabel(AssetClass assetClass)
 {
-    switch (assetClass) {
-    case AssetClass::BrEquity:
-        return QStringLiteral("BR Equity");
-    case AssetClass::UsEquity:
-        return QStringLiteral("US Equity");
-    case AssetClass::Crypto:
-        return QStringLiteral("Crypto");
-    case AssetClass::Forex:
-        return QStringLiteral("Forex");
-    }
-    return QStringLiteral("Forex");
+    return QLatin1String(traitsOf(assetClass).label);
 }
 
 QString assetClassForSymbol(const QString &symbol)
@@ -73,53 +85,25 @@ QString assetClassForSymbol(const QString &symbol)
 
 QString assetClassId(const QString &symbol)
 {
-    switch (assetClassOf(symbol)) {
-    case AssetClass::BrEquity:
-        return QStringLiteral("equity_br");
-    case AssetClass::UsEquity:
-        return QStringLiteral("equity_us");
-    case AssetClass::Crypto:
-        return QStringLiteral("crypto");
-    case AssetClass::Forex:
-        return QStringLiteral("forex");
-    }
-    return QStringLiteral("forex");
+    return QLatin1String(traitsOf(assetClassOf(symbol)).id);
 }
 
 QString marketLabelForSymbol(const QString &symbol)
 {
-    switch (assetClassOf(symbol)) {
-    case AssetClass::BrEquity:
-        return QStringLiteral("B3");
-    case AssetClass::UsEquity:
-        return symbol.startsWith(QLatin1Char('^')) ? QStringLiteral("US Index")
-                                                   : QStringLiteral("US");
-    case AssetClass::Crypto:
-        return QStringLiteral("Crypto");
-    case AssetClass::Forex:
-        return QStringLiteral("Forex");
-    }
-    return QStringLiteral("Forex");
+    const AssetClass assetClass = assetClassOf(symbol);
+    if (assetClass == AssetClass::UsEquity && symbol.startsWith(QLatin1Char('^')))
+        return QStringLiteral("US Index"); // a label only: indexes stay in the US Equity class
+    return QLatin1String(traitsOf(assetClass).market);
 }
 
 QString venueForSymbol(const QString &symbol)
 {
-    switch (assetClassOf(symbol)) {
-    case AssetClass::BrEquity:
-        return QStringLiteral("B3");
-    case AssetClass::UsEquity:
-        return QStringLiteral("US");
-    case AssetClass::Crypto:
-        return QStringLiteral("Binance");
-    case AssetClass::Forex:
-        return QStringLiteral("FX");
-    }
-    return QStringLiteral("FX");
+    return QLatin1String(traitsOf(assetClassOf(symbol)).venue);
 }
 
 QString currencyForSymbol(const QString &symbol)
 {
-    return assetClassOf(symbol) == AssetClass::BrEquity ? QStringLiteral("BRL") : kUsd;
+    return QLatin1String(traitsOf(assetClassOf(symbol)).currency);
 }
 
 int assetMarketIndex(const QString &symbol)
@@ -129,13 +113,11 @@ int assetMarketIndex(const QString &symbol)
 
 int marketIndexForClassLabel(const QString &label)
 {
-    if (label == QLatin1String("Crypto"))
-        return static_cast<int>(AssetClass::Crypto);
-    if (label == QLatin1String("US Equity"))
-        return static_cast<int>(AssetClass::UsEquity);
-    if (label == QLatin1String("BR Equity"))
-        return static_cast<int>(AssetClass::BrEquity);
-    return static_cast<int>(AssetClass::Forex);
+    for (int index = 0; index < 3; ++index) {
+        if (label == QLatin1String(kTraits[index].label))
+            return index;
+    }
+    return static_cast<int>(AssetClass::Forex); // any other label routes as forex
 }
 
 QString displaySymbol(const QString &symbol)

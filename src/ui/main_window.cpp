@@ -6,6 +6,7 @@
 
 #include <QAction>
 #include <QActionGroup>
+#include <QCompleter>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
@@ -181,6 +182,13 @@ QWidget *MainWindow::createPanelPlaceholder(const QString &objectName)
 void MainWindow::connectSignals()
 {
     connect(m_tickerSearch, &QLineEdit::returnPressed, this, &MainWindow::addSymbolFromSearch);
+    // Picking an entry confirms it. Enter on the popup also reaches returnPressed afterwards, but
+    // by then the field is empty and the second call does nothing.
+    connect(m_completer, qOverload<const QString &>(&QCompleter::activated), this,
+            [this](const QString &entry) {
+                m_tickerSearch->setText(entry);
+                addSymbolFromSearch();
+            });
     connect(m_englishAction, &QAction::triggered, this,
             [this] { setLanguage(QStringLiteral("en")); });
     connect(m_portugueseAction, &QAction::triggered, this,

@@ -168,6 +168,12 @@ void MainWindowTest::confirmingAnEntryUsesTheNormalisedSymbol()
     QVERIFY(search->text().isEmpty());
     QVERIFY(window.statusBar()->currentMessage().startsWith(QStringLiteral("USD/BRL · Forex")));
 
+    // A picked entry confirms at once.
+    emit search->completer()->activated(QStringLiteral("PETR4.SA  (B3)"));
+    QVERIFY(search->text().isEmpty());
+    QVERIFY(window.statusBar()->currentMessage().startsWith(
+            QStringLiteral("PETR4.SA · BR Equity")));
+
     search->setText(QStringLiteral("   "));
     QTest::keyClick(search, Qt::Key_Return);
     QCOMPARE(search->text(), QStringLiteral("   ")); // nothing usable: nothing happens

@@ -12,19 +12,10 @@ private slots:
 
     void userInputBecomesCanonicalSymbol_data();
     void userInputBecomesCanonicalSymbol();
-    void forexTextsNormalise_data();
-    void forexTextsNormalise();
     void classAndLabelsFollowTheSuffix_data();
     void classAndLabelsFollowTheSuffix();
-    void forexShownAsBaseSlashQuote_data();
-    void forexShownAsBaseSlashQuote();
-    void yahooCryptoSymbols_data();
-    void yahooCryptoSymbols();
-    void spotUsdtPairsExcludeLeveragedTokens_data();
-    void spotUsdtPairsExcludeLeveragedTokens();
-    void scopesMatchClassIds_data();
-    void scopesMatchClassIds();
-    void unknownClassLabelRoutesAsForex();
+    void textRules_data();
+    void textRules();
 
 private:
     SymbolUniverse m_universe;
@@ -73,39 +64,6 @@ void SymbolsTest::userInputBecomesCanonicalSymbol()
     QCOMPARE(normalizeSymbolInput(text, binanceLoaded ? loaded : QStringList(),
                                   m_universe.b3ShortTickers()),
              symbol);
-}
-
-void SymbolsTest::forexTextsNormalise_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("forex");
-    QTest::newRow("usd base =X") << "USDBRL=X"
-                                 << "BRL=X";
-    QTest::newRow("non-usd =X stays") << "EURUSD=X"
-                                      << "EURUSD=X";
-    QTest::newRow("unknown code =X stays") << "XAUUSD=X"
-                                           << "XAUUSD=X";
-    QTest::newRow("short =X stays") << "JPY=X"
-                                    << "JPY=X";
-    QTest::newRow("real against dollar") << "BRL/USD"
-                                         << "BRLUSD=X";
-    QTest::newRow("empty slash parts dropped") << "/EUR//USD/"
-                                               << "EURUSD=X";
-    QTest::newRow("unknown code") << "XAU/USD"
-                                  << "";
-    QTest::newRow("same codes") << "EUREUR"
-                                << "";
-    QTest::newRow("wrong length") << "EURUSDX"
-                                  << "";
-    QTest::newRow("lower case is no code") << "eurusd"
-                                           << "";
-}
-
-void SymbolsTest::forexTextsNormalise()
-{
-    QFETCH(QString, text);
-    QFETCH(QString, forex);
-    QCOMPARE(normalizeForexSymbol(text), forex);
 }
 
 void SymbolsTest::classAndLabelsFollowTheSuffix_data()
@@ -192,103 +150,84 @@ void SymbolsTest::classAndLabelsFollowTheSuffix()
     QCOMPARE(marketIndexForClassLabel(label), index);
 }
 
-void SymbolsTest::forexShownAsBaseSlashQuote_data()
+// One-argument text rules, one row per case: the rule, its input and what it must give.
+void SymbolsTest::textRules_data()
 {
-    QTest::addColumn<QString>("symbol");
-    QTest::addColumn<QString>("shown");
-    QTest::newRow("real") << "BRL=X"
-                          << "USD/BRL";
-    QTest::newRow("pair") << "EURUSD=X"
-                          << "EUR/USD";
-    QTest::newRow("real against dollar") << "BRLUSD=X"
-                                         << "BRL/USD";
-    QTest::newRow("only the real gets USD/") << "JPY=X"
-                                             << "JPY=X";
-    QTest::newRow("equity") << "PETR4.SA"
-                            << "PETR4.SA";
+    QTest::addColumn<QString>("rule");
+    QTest::addColumn<QString>("input");
+    QTest::addColumn<QString>("expected");
+    const auto row = [](const char *rule, const char *input, const char *expected) {
+        QTest::addRow("%s %s", rule, input) << rule << input << expected;
+    };
+    // forex: canonical "=X" symbol of a trimmed, upper-case pair text; empty for no pair
+    row("forex", "USDBRL=X", "BRL=X");
+    row("forex", "EURUSD=X", "EURUSD=X");
+    row("forex", "XAUUSD=X", "XAUUSD=X"); // unknown code, but it ends with =X
+    row("forex", "JPY=X", "JPY=X");
+    row("forex", "BRL/USD", "BRLUSD=X");
+    row("forex", "/EUR//USD/", "EURUSD=X");
+    row("forex", "XAU/USD", "");
+    row("forex", "EUREUR", "");
+    row("forex", "EURUSDX", "");
+    row("forex", "eurusd", "");
+    // display: only the real gets the USD/ form
+    row("display", "BRL=X", "USD/BRL");
+    row("display", "EURUSD=X", "EUR/USD");
+    row("display", "BRLUSD=X", "BRL/USD");
+    row("display", "JPY=X", "JPY=X");
+    row("display", "PETR4.SA", "PETR4.SA");
+    row("providerPair", " eurusd=x ", "EUR/USD");
+    row("providerPair", "brl=x", "USD/BRL");
+    row("yahooCrypto", "BTCUSDT", "BTC-USD");
+    row("yahooCrypto", "USDT", "USDT");
+    row("yahooCrypto", "ETHUSDC", "ETHUSDC");
+    // spot: USDT pairs that are no leveraged tokens
+    row("spot", "BTCUSDT", "true");
+    row("spot", "ETHUPUSDT", "false");
+    row("spot", "BTCDOWNUSDT", "false");
+    row("spot", "BNBBULLUSDT", "false");
+    row("spot", "XRPBEARUSDT", "false");
+    row("spot", "ETHUSDC", "false");
+    // scope: "symbol|scope"
+    row("scope", "EURUSD=X|all", "true");
+    row("scope", "PETR4.SA|br", "true");
+    row("scope", "AAPL|br", "false");
+    row("scope", "^GSPC|us", "true");
+    row("scope", "BTCUSDT|crypto", "true");
+    row("scope", "BRL=X|forex", "true");
+    row("scope", "PETR4.SA|equity_br", "true");
+    row("scope", "AAPL|bonds", "false");
+    // class label to market index: anything unknown routes as forex
+    row("labelIndex", "Bonds", "3");
+    row("labelIndex", "", "3");
 }
 
-void SymbolsTest::forexShownAsBaseSlashQuote()
+void SymbolsTest::textRules()
 {
-    QFETCH(QString, symbol);
-    QFETCH(QString, shown);
-    QCOMPARE(displaySymbol(symbol), shown);
-    QCOMPARE(providerForexPair(QLatin1Char(' ') + symbol.toLower() + QLatin1Char(' ')), shown);
-}
-
-void SymbolsTest::yahooCryptoSymbols_data()
-{
-    QTest::addColumn<QString>("symbol");
-    QTest::addColumn<QString>("yahoo");
-    QTest::newRow("pair") << "BTCUSDT"
-                          << "BTC-USD";
-    QTest::newRow("bare quote asset") << "USDT"
-                                      << "USDT";
-    QTest::newRow("not usdt") << "ETHUSDC"
-                              << "ETHUSDC";
-}
-
-void SymbolsTest::yahooCryptoSymbols()
-{
-    QFETCH(QString, symbol);
-    QFETCH(QString, yahoo);
-    QCOMPARE(yahooCryptoSymbol(symbol), yahoo);
-}
-
-void SymbolsTest::spotUsdtPairsExcludeLeveragedTokens_data()
-{
-    QTest::addColumn<QString>("symbol");
-    QTest::addColumn<bool>("spot");
-    QTest::newRow("spot") << "BTCUSDT" << true;
-    QTest::newRow("up token") << "ETHUPUSDT" << false;
-    QTest::newRow("down token") << "BTCDOWNUSDT" << false;
-    QTest::newRow("bull token") << "BNBBULLUSDT" << false;
-    QTest::newRow("bear token") << "XRPBEARUSDT" << false;
-    QTest::newRow("usdc pair") << "ETHUSDC" << false;
-}
-
-void SymbolsTest::spotUsdtPairsExcludeLeveragedTokens()
-{
-    QFETCH(QString, symbol);
-    QFETCH(bool, spot);
-    QCOMPARE(isSpotUsdtPair(symbol), spot);
-}
-
-void SymbolsTest::scopesMatchClassIds_data()
-{
-    QTest::addColumn<QString>("symbol");
-    QTest::addColumn<QString>("scope");
-    QTest::addColumn<bool>("matches");
-    QTest::newRow("all") << "EURUSD=X"
-                         << "all" << true;
-    QTest::newRow("br") << "PETR4.SA"
-                        << "br" << true;
-    QTest::newRow("br rejects us") << "AAPL"
-                                   << "br" << false;
-    QTest::newRow("us takes indexes") << "^GSPC"
-                                      << "us" << true;
-    QTest::newRow("crypto") << "BTCUSDT"
-                            << "crypto" << true;
-    QTest::newRow("forex") << "BRL=X"
-                           << "forex" << true;
-    QTest::newRow("class id as scope") << "PETR4.SA"
-                                       << "equity_br" << true;
-    QTest::newRow("unknown scope") << "AAPL"
-                                   << "bonds" << false;
-}
-
-void SymbolsTest::scopesMatchClassIds()
-{
-    QFETCH(QString, symbol);
-    QFETCH(QString, scope);
-    QFETCH(bool, matches);
-    QCOMPARE(symbolMatchesScope(symbol, scope), matches);
-}
-
-void SymbolsTest::unknownClassLabelRoutesAsForex()
-{
-    QCOMPARE(marketIndexForClassLabel(QStringLiteral("Bonds")), 3);
-    QCOMPARE(marketIndexForClassLabel(QString()), 3);
+    QFETCH(QString, rule);
+    QFETCH(QString, input);
+    QFETCH(QString, expected);
+    const auto flag = [](bool value) {
+        return value ? QStringLiteral("true") : QStringLiteral("false");
+    };
+    QString actual;
+    if (rule == "forex")
+        actual = normalizeForexSymbol(input);
+    else if (rule == "display")
+        actual = displaySymbol(input);
+    else if (rule == "providerPair")
+        actual = providerForexPair(input);
+    else if (rule == "yahooCrypto")
+        actual = yahooCryptoSymbol(input);
+    else if (rule == "spot")
+        actual = flag(isSpotUsdtPair(input));
+    else if (rule == "scope")
+        actual = flag(symbolMatchesScope(input.section('|', 0, 0), input.section('|', 1)));
+    else if (rule == "labelIndex")
+        actual = QString::number(marketIndexForClassLabel(input));
+    else
+        QFAIL("unknown rule");
+    QCOMPARE(actual, expected);
 }
 
 QTEST_GUILESS_MAIN(SymbolsTest)

@@ -109,6 +109,8 @@ MainWindow::MainWindow(QWidget *parent)
     milestone("before signal connects");
     connectSignals();
 
+    // Loading the stored state: each step runs between its milestones once its owner exists; the
+    // milestones are written from the start so the trail always has the same shape.
     milestone("before loadConfig");
     milestone("before loadLocalSettings");
     milestone("before applyConfiguredShortcuts");

@@ -2,6 +2,8 @@
 
 #include <QSet>
 
+#include <iterator>
+
 namespace {
 
 const QSet<QString> &currencyCodes()
@@ -113,7 +115,7 @@ int assetMarketIndex(const QString &symbol)
 
 int marketIndexForClassLabel(const QString &label)
 {
-    for (int index = 0; index < 3; ++index) {
+    for (int index = 0; index < int(std::size(kTraits)); ++index) {
         if (label == QLatin1String(kTraits[index].label))
             return index;
     }
@@ -153,8 +155,7 @@ QString normalizeForexSymbol(const QString &text)
     QString quote;
     if (text.endsWith(kForexSuffix)) {
         const QString pair = text.chopped(kForexSuffix.size());
-        if (pair.size() == 6 && pair.left(3) == kUsd && isCurrencyCode(pair.left(3)) &&
-            isCurrencyCode(pair.mid(3)))
+        if (pair.size() == 6 && pair.left(3) == kUsd && isCurrencyCode(pair.mid(3)))
             return pair.mid(3) + kForexSuffix; // USDBRL=X -> BRL=X
         return text;
     }

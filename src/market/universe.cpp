@@ -146,7 +146,8 @@ QString SymbolUniverse::normalizeSymbolInput(const QString &text) const
 
 QStringList SymbolUniverse::usEquityUniverse() const
 {
-    // Deliberately simple: slash pairs and "=X" symbols pass as well.
+    // Deliberately simple: slash pairs and "=X" symbols pass as well. The universe is already
+    // unique and sorted, and filtering keeps it so.
     QStringList result;
     for (const QString &symbol : m_symbols) {
         if (symbol.contains(QLatin1Char('.')) || symbol.endsWith(QLatin1String("USDT")) ||
@@ -154,8 +155,6 @@ QStringList SymbolUniverse::usEquityUniverse() const
             continue;
         result.append(symbol);
     }
-    result.removeDuplicates();
-    sortCaseInsensitively(result);
     return result;
 }
 

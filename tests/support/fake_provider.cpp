@@ -1,5 +1,7 @@
 #include "fake_provider.h"
 
+#include "app/endpoints.h"
+
 #include <QHostAddress>
 #include <QPointer>
 #include <QTcpSocket>
@@ -228,6 +230,14 @@ quint16 FakeProvider::port() const
 QString FakeProvider::baseUrl() const
 {
     return QStringLiteral("http://127.0.0.1:%1").arg(port());
+}
+
+void FakeProvider::serveEveryEndpoint() const
+{
+    for (const EndpointDefinition &definition : endpointDefinitions()) {
+        if (!definition.isStream)
+            qputenv(definition.environmentVariable, baseUrl().toUtf8());
+    }
 }
 
 void FakeProvider::setReply(const QString &path, const FakeReply &reply)

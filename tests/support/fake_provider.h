@@ -104,6 +104,8 @@ public:
     bool listen();
     quint16 port() const;
     QString baseUrl() const; // "http://127.0.0.1:<port>"
+    // Points every HTTP endpoint variable of the terminal at this provider.
+    void serveEveryEndpoint() const;
 
     // The reply served every time the path is asked for, replacing any earlier one.
     void setReply(const QString &path, const FakeReply &reply);

@@ -1,0 +1,116 @@
+#include "providers/quote_step.h"
+
+#include "providers/provider_http.h"
+
+#include <QUrlQuery>
+
+namespace {
+
+QString unreadablePayloadText(QuoteStepKind kind)
+{
+    switch (kind) {
+    case QuoteStepKind::Crypto:
+        return invalidCryptoPayloadText();
+    case QuoteStepKind::Forex:
+        return invalidForexPayloadText();
+    case QuoteStepKind::Plain:
+    case QuoteStepKind::KeyedUs:
+        break;
+    }
+    return invalidQuotePayloadText();
+}
+
+bool pausesOnThrottle(QuoteStepKind kind, const QString &providerId)
+{
+    if (kind == QuoteStepKind::Forex)
+        return providerId == QLatin1String("twelvedata");
+    if (kind == QuoteStepKind::KeyedUs)
+        return providerId == QLatin1String("twelvedata") || providerId == QLatin1String("fmp");
+    return false;
+}
+
+void updatePauses(QuoteStepKind kind, const QString &providerId, const ProviderResponseCheck &check,
+                  bool succeeded, ProviderThrottles &throttles, qint64 nowMs)
+{
+    if (kind == QuoteStepKind::KeyedUs && providerId == QLatin1String("alpha_vantage")) {
+        if (!check.ok && check.rateLimited)
+            throttles.blockAlphaVantage(nowMs, check.retryAfterSeconds);
+        return;
+    }
+    if (!pausesOnThrottle(kind, providerId))
+        return;
+    if (succeeded)
+        throttles.clearCooldown(providerId);
+    else if (!check.ok && check.rateLimited)
+        throttles.startCooldown(providerId, nowMs, check.retryAfterSeconds);
+}
+
+} // namespace
+
+QuoteStepOutcome resolveQuoteStep(QuoteStepKind kind, const QString &providerId,
+                                  const DataFetcher &fetcher, const QString &symbol,
+                                  const ProviderResponseCheck &check, const QByteArray &body,
+                                  ProviderThrottles &throttles, qint64 nowMs)
+{
+    QuoteStepOutcome outcome;
+    if (!check.ok) {
+        outcome.result = AsyncProviderResult::failure(check.message, check.rateLimited);
+    } else if (auto quote = fetcher.parseQuote(symbol, body)) {
+        outcome.result = AsyncProviderResult::success();
+        outcome.quote = std::move(quote);
+        outcome.writeAlphaVantageCache =
+                kind == QuoteStepKind::KeyedUs && providerId == QLatin1String("alpha_vantage");
+    } else {
+        outcome.result = AsyncProviderResult::failure(unreadablePayloadText(kind));
+    }
+    updatePauses(kind, providerId, check, outcome.result.ok, throttles, nowMs);
+    return outcome;
+}
+
+QString maskRequestSecrets(const QString &text, const QUrl &requestUrl)
+{
+    QString masked = text;
+    const QUrlQuery query(requestUrl);
+    for (const auto &[key, value] : query.queryItems(QUrl::FullyDecoded)) {
+        const QString name = key.toLower();
+        if ((name == QLatin1String("apikey") || name == QLatin1String("token")) &&
+            value.size() >= 4)
+            masked.replace(value, QStringLiteral("***"));
+    }
+    return masked;
+}
+
+void startQuoteStep(QNetworkAccessManager &manager, QObject *context, const QuoteStep &step,
+                    const QuoteStepHooks &hooks,
+                    std::function<void(const AsyncProviderResult &)> report)
+{
+    const QNetworkRequest request = step.fetcher->buildRequest(step.symbol);
+    const QUrl requestUrl = request.url();
+    sendProviderGet(
+            manager, request, context,
+            [step, hooks, requestUrl, report = std::move(report)](const ProviderReply &reply) {
+                if (hooks.currentGeneration &&
+                    hooks.currentGeneration(step.symbol) != step.generation)
+                    return;
+                if (reply.tooLarge) {
+                    report(AsyncProviderResult::failure(replyTooLargeText()));
+                    return;
+                }
+                ProviderResponseCheck check = classifyProviderResponse(
+                        step.providerId, reply.httpStatus, reply.rawHeaders, reply.body);
+                check.message = maskRequestSecrets(check.message, requestUrl);
+                ProviderThrottles scratch;
+                ProviderThrottles &throttles = hooks.throttles ? *hooks.throttles : scratch;
+                QuoteStepOutcome outcome =
+                        resolveQuoteStep(step.kind, step.providerId, *step.fetcher, step.symbol,
+                                         check, reply.body, throttles, hooks.clock());
+                if (outcome.quote) {
+                    if (hooks.applyQuote)
+                        hooks.applyQuote(*outcome.quote, step.providerId, reply.latencyMs);
+                    if (outcome.writeAlphaVantageCache && hooks.writeAlphaVantageCache)
+                        hooks.writeAlphaVantageCache(*outcome.quote);
+                }
+                report(outcome.result);
+            },
+            hooks.clock);
+}

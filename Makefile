@@ -3,7 +3,7 @@ BUILD_DIR  ?= build
 BUILD_TYPE ?= Release
 JOBS       ?= $(shell nproc)
 
-.PHONY: all deps configure build run test format clean
+.PHONY: all deps configure build run test fuzz format clean
 
 all: build
 
@@ -24,6 +24,10 @@ run: build
 test: build
 	@cd $(BUILD_DIR) && QT_QPA_PLATFORM=offscreen \
 		ctest --output-on-failure --no-tests=error --parallel $(JOBS)
+
+# libFuzzer over the reply readers, FUZZ_SECONDS (default 60) per target; not part of `make test`.
+fuzz:
+	@scripts/fuzz
 
 format:
 	@command -v clang-format >/dev/null || { echo "make format needs clang-format (apt-get install clang-format)"; exit 1; }

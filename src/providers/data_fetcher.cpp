@@ -38,11 +38,12 @@ QuoteSnapshot newQuote(const QString &symbol, const QString &source)
     return quote;
 }
 
-// Twelve Data and Financial Modeling Prep report the symbol back; the request's one stands in.
+// Twelve Data and Financial Modeling Prep report the symbol back; the request's one stands in
+// when the reply has none (or a blank one).
 QString reportedSymbol(const QJsonObject &object, const QString &requested)
 {
-    const QJsonValue reported = object.value(QLatin1String("symbol"));
-    return reported.isString() ? reported.toString() : requested;
+    const QString reported = object.value(QLatin1String("symbol")).toString().trimmed();
+    return reported.isEmpty() ? requested : reported;
 }
 
 } // namespace

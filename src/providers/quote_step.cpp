@@ -1,7 +1,5 @@
 #include "providers/quote_step.h"
 
-#include "providers/provider_http.h"
-
 #include <QUrlQuery>
 
 namespace {
@@ -84,7 +82,8 @@ void startQuoteStep(QNetworkAccessManager &manager, QObject *context, const Quot
                     const QuoteStepHooks &hooks,
                     std::function<void(const AsyncProviderResult &)> report)
 {
-    const QNetworkRequest request = step.fetcher->buildRequest(step.symbol);
+    QNetworkRequest request = step.fetcher->buildRequest(step.symbol);
+    request.setTransferTimeout(hooks.transferTimeoutMs);
     const QUrl requestUrl = request.url();
     sendProviderGet(
             manager, request, context,

@@ -2,6 +2,7 @@
 
 #include "app/clock.h"
 #include "providers/data_fetcher.h"
+#include "providers/provider_http.h"
 #include "providers/provider_response.h"
 #include "providers/provider_throttles.h"
 
@@ -60,6 +61,7 @@ struct QuoteStepHooks
     std::function<void(const QuoteSnapshot &quote)> writeAlphaVantageCache; // may be empty
     ProviderThrottles *throttles = nullptr;
     Clock clock = systemClock();
+    int transferTimeoutMs = kProviderTransferTimeoutMs; // a silent provider fails as HTTP 0
 };
 
 // Sends the fetcher's request and, when the reply finishes, applies a good quote and reports the

@@ -192,6 +192,7 @@ QuoteStepTest::Run QuoteStepTest::runStep(const QString &providerId, QuoteStepKi
     hooks.writeAlphaVantageCache = [&run](const QuoteSnapshot &) { ++run.cacheWrites; };
     hooks.throttles = &m_throttles;
     hooks.clock = [&now] { return now += 125; };
+    hooks.transferTimeoutMs = 300;
 
     QSignalSpy finished(&m_manager, &QNetworkAccessManager::finished);
     const QuoteStep step{kind, providerId, symbol, fetcherFor(providerId), 1};
@@ -251,6 +252,8 @@ void QuoteStepTest::brokenRepliesFailCleanly_data()
             << "Malformed or empty JSON";
     QTest::newRow("closed before a reply")
             << FakeReply{.body = quote, .mode = FakeReply::Mode::CloseWithoutReply} << "HTTP 0";
+    QTest::newRow("silent provider")
+            << FakeReply{.body = quote, .mode = FakeReply::Mode::NoAnswer} << "HTTP 0";
     QTest::newRow("megabytes of garbage")
             << FakeReply::json(QByteArray(9 * 1024 * 1024, '{')) << "reply too large";
     QTest::newRow("wrong types") << FakeReply::json(R"({"c":"415","dp":[],"o":{}})")

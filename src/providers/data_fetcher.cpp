@@ -46,6 +46,41 @@ QString reportedSymbol(const QJsonObject &object, const QString &requested)
     return reported.isEmpty() ? requested : reported;
 }
 
+// The JSON keys of the seven quote numbers in one provider's reply, in record order; a null key is
+// a number the provider does not send.
+struct QuoteFields
+{
+    const char *price;
+    const char *changePercent;
+    const char *open;
+    const char *high;
+    const char *low;
+    const char *previousClose;
+    const char *volume;
+};
+
+using NumberReader = double (*)(const QJsonValue &);
+
+double jsonNumber(const QJsonValue &value)
+{
+    return value.toDouble(0.0);
+}
+
+void readQuoteFields(QuoteSnapshot &quote, const QJsonObject &object, const QuoteFields &keys,
+                     NumberReader read)
+{
+    const auto field = [&](const char *key) {
+        return key ? read(object.value(QLatin1String(key))) : 0.0;
+    };
+    quote.price = field(keys.price);
+    quote.changePercent = field(keys.changePercent);
+    quote.open = field(keys.open);
+    quote.high = field(keys.high);
+    quote.low = field(keys.low);
+    quote.previousClose = field(keys.previousClose);
+    quote.volume = field(keys.volume);
+}
+
 } // namespace
 
 double lenientNumber(const QJsonValue &value)
@@ -96,13 +131,10 @@ std::optional<QuoteSnapshot> BinanceFetcher::parseQuote(const QString &symbol,
     if (!object)
         return std::nullopt;
     QuoteSnapshot quote = newQuote(symbol, displayName());
-    quote.price = stringNumber(object->value(QLatin1String("lastPrice")));
-    quote.changePercent = stringNumber(object->value(QLatin1String("priceChangePercent")));
-    quote.open = stringNumber(object->value(QLatin1String("openPrice")));
-    quote.high = stringNumber(object->value(QLatin1String("highPrice")));
-    quote.low = stringNumber(object->value(QLatin1String("lowPrice")));
-    quote.previousClose = stringNumber(object->value(QLatin1String("prevClosePrice")));
-    quote.volume = stringNumber(object->value(QLatin1String("volume")));
+    readQuoteFields(quote, *object,
+                    {"lastPrice", "priceChangePercent", "openPrice", "highPrice", "lowPrice",
+                     "prevClosePrice", "volume"},
+                    stringNumber);
     return validOrNothing(quote);
 }
 
@@ -139,13 +171,11 @@ std::optional<QuoteSnapshot> BrAPIFetcher::parseQuote(const QString &symbol,
         return std::nullopt;
     const QJsonObject result = results.first().toObject();
     QuoteSnapshot quote = newQuote(symbol, displayName());
-    quote.price = result.value(QLatin1String("regularMarketPrice")).toDouble();
-    quote.changePercent = result.value(QLatin1String("regularMarketChangePercent")).toDouble();
-    quote.open = result.value(QLatin1String("regularMarketOpen")).toDouble();
-    quote.high = result.value(QLatin1String("regularMarketDayHigh")).toDouble();
-    quote.low = result.value(QLatin1String("regularMarketDayLow")).toDouble();
-    quote.previousClose = result.value(QLatin1String("regularMarketPreviousClose")).toDouble();
-    quote.volume = result.value(QLatin1String("regularMarketVolume")).toDouble();
+    readQuoteFields(quote, result,
+                    {"regularMarketPrice", "regularMarketChangePercent", "regularMarketOpen",
+                     "regularMarketDayHigh", "regularMarketDayLow", "regularMarketPreviousClose",
+                     "regularMarketVolume"},
+                    jsonNumber);
     quote.candles =
             brapiHistoryCandles(result.value(QLatin1String("historicalDataPrice")).toArray());
     return validOrNothing(quote);
@@ -184,15 +214,11 @@ std::optional<QuoteSnapshot> AlphaVantageFetcher::parseQuote(const QString &symb
     const auto object = parseObject(body);
     if (!object)
         return std::nullopt;
-    const QJsonObject fields = alphaVantageGlobalQuote(*object);
     QuoteSnapshot quote = newQuote(symbol, displayName());
-    quote.price = lenientNumber(fields.value(QLatin1String("05. price")));
-    quote.changePercent = lenientNumber(fields.value(QLatin1String("10. change percent")));
-    quote.open = lenientNumber(fields.value(QLatin1String("02. open")));
-    quote.high = lenientNumber(fields.value(QLatin1String("03. high")));
-    quote.low = lenientNumber(fields.value(QLatin1String("04. low")));
-    quote.previousClose = lenientNumber(fields.value(QLatin1String("08. previous close")));
-    quote.volume = lenientNumber(fields.value(QLatin1String("06. volume")));
+    readQuoteFields(quote, alphaVantageGlobalQuote(*object),
+                    {"05. price", "10. change percent", "02. open", "03. high", "04. low",
+                     "08. previous close", "06. volume"},
+                    lenientNumber);
     return validOrNothing(quote);
 }
 
@@ -221,12 +247,7 @@ std::optional<QuoteSnapshot> FinnhubFetcher::parseQuote(const QString &symbol,
         return std::nullopt;
     // An unknown symbol is all zeros with null change fields; c == 0 rejects it below.
     QuoteSnapshot quote = newQuote(symbol, displayName());
-    quote.price = object->value(QLatin1String("c")).toDouble();
-    quote.changePercent = object->value(QLatin1String("dp")).toDouble();
-    quote.open = object->value(QLatin1String("o")).toDouble();
-    quote.high = object->value(QLatin1String("h")).toDouble();
-    quote.low = object->value(QLatin1String("l")).toDouble();
-    quote.previousClose = object->value(QLatin1String("pc")).toDouble();
+    readQuoteFields(quote, *object, {"c", "dp", "o", "h", "l", "pc", nullptr}, jsonNumber);
     return validOrNothing(quote);
 }
 
@@ -258,13 +279,9 @@ std::optional<QuoteSnapshot> TwelveDataFetcher::parseQuote(const QString &symbol
         object->value(QLatin1String("code")).isDouble())
         return std::nullopt;
     QuoteSnapshot quote = newQuote(reportedSymbol(*object, symbol), displayName());
-    quote.price = lenientNumber(object->value(QLatin1String("close")));
-    quote.changePercent = lenientNumber(object->value(QLatin1String("percent_change")));
-    quote.open = lenientNumber(object->value(QLatin1String("open")));
-    quote.high = lenientNumber(object->value(QLatin1String("high")));
-    quote.low = lenientNumber(object->value(QLatin1String("low")));
-    quote.previousClose = lenientNumber(object->value(QLatin1String("previous_close")));
-    quote.volume = lenientNumber(object->value(QLatin1String("volume")));
+    readQuoteFields(quote, *object,
+                    {"close", "percent_change", "open", "high", "low", "previous_close", "volume"},
+                    lenientNumber);
     return validOrNothing(quote);
 }
 
@@ -297,13 +314,10 @@ std::optional<QuoteSnapshot> FinancialModelingPrepFetcher::parseQuote(const QStr
         return std::nullopt;
     const QJsonObject object = document.array().first().toObject();
     QuoteSnapshot quote = newQuote(reportedSymbol(object, symbol), displayName());
-    quote.price = lenientNumber(object.value(QLatin1String("price")));
-    quote.changePercent = lenientNumber(object.value(QLatin1String("changesPercentage")));
-    quote.open = lenientNumber(object.value(QLatin1String("open")));
-    quote.high = lenientNumber(object.value(QLatin1String("dayHigh")));
-    quote.low = lenientNumber(object.value(QLatin1String("dayLow")));
-    quote.previousClose = lenientNumber(object.value(QLatin1String("previousClose")));
-    quote.volume = lenientNumber(object.value(QLatin1String("volume")));
+    readQuoteFields(
+            quote, object,
+            {"price", "changesPercentage", "open", "dayHigh", "dayLow", "previousClose", "volume"},
+            lenientNumber);
     return validOrNothing(quote);
 }
 

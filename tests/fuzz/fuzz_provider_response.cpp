@@ -13,8 +13,8 @@
 namespace {
 
 const std::array<const char *, 12> kProviderIds{
-        "binance_public", "yahoo_us",    "yahoo_b3",     "yahoo_fx", "brapi_keyed",  "brapi_public",
-        "alpha_vantage",  "finnhub",     "twelvedata",   "fmp",      "querlin_news", "newsapi"};
+        "binance_public", "yahoo_us", "yahoo_b3",   "yahoo_fx", "brapi_keyed",  "brapi_public",
+        "alpha_vantage",  "finnhub",  "twelvedata", "fmp",      "querlin_news", "newsapi"};
 const std::array<int, 10> kStatuses{200, 201, 204, 429, 0, 301, 400, 404, 451, 503};
 
 void check(bool condition)

@@ -1,6 +1,6 @@
 #include "providers/data_fetcher.h"
+#include "support/fake_provider.h"
 
-#include <QFile>
 #include <QJsonDocument>
 #include <QTest>
 
@@ -10,14 +10,6 @@ using FetcherPtr = std::shared_ptr<const DataFetcher>;
 Q_DECLARE_METATYPE(FetcherPtr)
 
 namespace {
-
-QByteArray fixture(const QString &name)
-{
-    QFile file(QStringLiteral(QRL_PROVIDER_DATA "/") + name);
-    if (!file.open(QIODevice::ReadOnly))
-        qFatal("missing fixture %s", qPrintable(name));
-    return file.readAll();
-}
 
 FetcherPtr yahoo()
 {
@@ -137,7 +129,7 @@ void DataFetcherTest::providerRepliesReadIntoQuotes()
     QFETCH(QString, file);
     QFETCH(Expected, expected);
 
-    const auto quote = fetcher->parseQuote(requested, fixture(file));
+    const auto quote = fetcher->parseQuote(requested, providerData(file));
     QVERIFY(quote.has_value());
     QCOMPARE(quote->symbol, expected.symbol);
     QCOMPARE(quote->source, fetcher->displayName());
@@ -161,37 +153,38 @@ void DataFetcherTest::unusableRepliesGiveNoQuote_data()
     QTest::newRow("yahoo every close null")
             << yahoo() << QByteArray(R"({"chart":{"result":[{"meta":{},
         "timestamp":[1,2],"indicators":{"quote":[{"close":[null,null],"open":[1,null]}]}}]}})");
-    QTest::newRow("yahoo result null") << yahoo() << fixture("yahoo_chart_error_not_found.json");
+    QTest::newRow("yahoo result null")
+            << yahoo() << providerData("yahoo_chart_error_not_found.json");
     QTest::newRow("yahoo quote empty") << yahoo() << QByteArray(R"({"chart":{"result":[{"meta":
         {"regularMarketPrice":5},"indicators":{"quote":[]}}]}})");
     QTest::newRow("yahoo result is an object")
             << yahoo() << QByteArray(R"({"chart":{"result":{}}})");
     QTest::newRow("yahoo chart is an array") << yahoo() << QByteArray(R"({"chart":[1,2]})");
     QTest::newRow("binance all zeros")
-            << binance() << fixture("binance_ticker_24hr_dead_pair.json");
+            << binance() << providerData("binance_ticker_24hr_dead_pair.json");
     QTest::newRow("binance infinite text") << binance() << QByteArray(R"({"lastPrice":"1e999"})");
     QTest::newRow("binance nan text") << binance() << QByteArray(R"({"lastPrice":"NaN"})");
     QTest::newRow("binance array") << binance() << QByteArray("[]");
-    QTest::newRow("brapi error") << brapi() << fixture("brapi_error_plan_limit.json");
+    QTest::newRow("brapi error") << brapi() << providerData("brapi_error_plan_limit.json");
     QTest::newRow("brapi results empty") << brapi() << QByteArray(R"({"results":[]})");
     QTest::newRow("alpha vantage unknown symbol")
-            << alphaVantage() << fixture("alphavantage_unknown_symbol.json");
+            << alphaVantage() << providerData("alphavantage_unknown_symbol.json");
     QTest::newRow("alpha vantage limit")
-            << alphaVantage() << fixture("alphavantage_information_daily_limit.json");
+            << alphaVantage() << providerData("alphavantage_information_daily_limit.json");
     QTest::newRow("finnhub unknown symbol")
-            << finnhub() << fixture("finnhub_quote_unknown_symbol.json");
+            << finnhub() << providerData("finnhub_quote_unknown_symbol.json");
     QTest::newRow("finnhub price as text") << finnhub() << QByteArray(R"({"c":"415.49"})");
     QTest::newRow("twelve data code 429 beside a close")
             << twelveData() << QByteArray(R"({"code":429,"close":"101.5","symbol":"AAPL"})");
     QTest::newRow("twelve data error status")
             << twelveData() << QByteArray(R"({"status":"error","close":"9"})");
     QTest::newRow("twelve data credits")
-            << twelveData() << fixture("twelvedata_error_credits.json");
-    QTest::newRow("fmp unknown symbol") << fmp() << fixture("fmp_quote_unknown_symbol.json");
-    QTest::newRow("fmp error object") << fmp() << fixture("fmp_error_limit.json");
+            << twelveData() << providerData("twelvedata_error_credits.json");
+    QTest::newRow("fmp unknown symbol") << fmp() << providerData("fmp_quote_unknown_symbol.json");
+    QTest::newRow("fmp error object") << fmp() << providerData("fmp_error_limit.json");
     QTest::newRow("fmp empty first element") << fmp() << QByteArray("[{}, {\"price\": 3}]");
     QTest::newRow("not json") << yahoo() << QByteArray("<html>Will be right back</html>");
-    QTest::newRow("truncated") << fmp() << fixture("fmp_quote_msft.json").left(200);
+    QTest::newRow("truncated") << fmp() << providerData("fmp_quote_msft.json").left(200);
     QTest::newRow("empty") << finnhub() << QByteArray();
 }
 

@@ -1,18 +1,10 @@
 #include "providers/provider_response.h"
+#include "support/fake_provider.h"
 #include "ui/language.h"
 
-#include <QFile>
 #include <QTest>
 
 namespace {
-
-QByteArray fixture(const QString &name)
-{
-    QFile file(QStringLiteral(QRL_PROVIDER_DATA "/") + name);
-    if (!file.open(QIODevice::ReadOnly))
-        qFatal("missing fixture %s", qPrintable(name));
-    return file.readAll();
-}
 
 const QString kInvalid = QStringLiteral("Invalid or limited payload");
 
@@ -47,23 +39,24 @@ void ProviderResponseTest::classifiesReplies_data()
 
     const RawHeaderList none;
     const RawHeaderList retry17{{"Content-Type", "application/json"}, {"Retry-After", "17"}};
-    const QByteArray longInfo = fixture("alphavantage_information_daily_limit.json");
+    const QByteArray longInfo = providerData("alphavantage_information_daily_limit.json");
     const QString longInfoText =
             QJsonDocument::fromJson(longInfo).object().value("Information").toString();
 
     // Status rules come first, whatever the body.
     QTest::newRow("429 with retry-after")
-            << "twelvedata" << 429 << retry17 << fixture("twelvedata_error_credits.json") << false
-            << true << 17 << "HTTP 429 rate limit";
-    QTest::newRow("429 plain text") << "yahoo_us" << 429 << none << fixture("yahoo_429_body.txt")
-                                    << false << true << 0 << "HTTP 429 rate limit";
+            << "twelvedata" << 429 << retry17 << providerData("twelvedata_error_credits.json")
+            << false << true << 17 << "HTTP 429 rate limit";
+    QTest::newRow("429 plain text")
+            << "yahoo_us" << 429 << none << providerData("yahoo_429_body.txt") << false << true << 0
+            << "HTTP 429 rate limit";
     QTest::newRow("no status") << "yahoo_us" << 0 << none << QByteArray() << false << false << 0
                                << "HTTP 0";
     QTest::newRow("404 with json")
-            << "yahoo_us" << 404 << none << fixture("yahoo_chart_error_not_found.json") << false
-            << false << 0 << "HTTP 404";
+            << "yahoo_us" << 404 << none << providerData("yahoo_chart_error_not_found.json")
+            << false << false << 0 << "HTTP 404";
     QTest::newRow("402 plan limit")
-            << "brapi_public" << 402 << none << fixture("brapi_error_plan_limit.json") << false
+            << "brapi_public" << 402 << none << providerData("brapi_error_plan_limit.json") << false
             << false << 0 << "HTTP 402";
     QTest::newRow("redirect") << "finnhub" << 302 << none << QByteArray("{}") << false << false << 0
                               << "HTTP 302";
@@ -78,7 +71,7 @@ void ProviderResponseTest::classifiesReplies_data()
                                << QByteArray("<!DOCTYPE html><title>Yahoo</title>") << false
                                << false << 0 << "Malformed or empty JSON";
     QTest::newRow("truncated json")
-            << "finnhub" << 200 << none << fixture("finnhub_quote_msft.json").left(30) << false
+            << "finnhub" << 200 << none << providerData("finnhub_quote_msft.json").left(30) << false
             << false << 0 << "Malformed or empty JSON";
     QTest::newRow("information about the rate limit")
             << "alpha_vantage" << 200 << none << longInfo << false << true << 0
@@ -97,13 +90,13 @@ void ProviderResponseTest::classifiesReplies_data()
             << "twelvedata" << 200 << none << QByteArray(R"({"message":"RATE LIMIT exceeded"})")
             << false << true << 0 << "RATE LIMIT exceeded";
     QTest::newRow("fmp error message")
-            << "fmp" << 200 << none << fixture("fmp_error_limit.json") << false << true << 0
+            << "fmp" << 200 << none << providerData("fmp_error_limit.json") << false << true << 0
             << "Limit Reach . Please upgrade your plan or visit our documentation for "
                "more details at https://site.financialmodelingprep.com/";
     QTest::newRow("brapi flag beside text")
-            << "brapi_keyed" << 200 << none << fixture("brapi_error_plan_limit.json") << false
+            << "brapi_keyed" << 200 << none << providerData("brapi_error_plan_limit.json") << false
             << true << 0
-            << QJsonDocument::fromJson(fixture("brapi_error_plan_limit.json"))
+            << QJsonDocument::fromJson(providerData("brapi_error_plan_limit.json"))
                        .object()
                        .value("message")
                        .toString();
@@ -116,17 +109,17 @@ void ProviderResponseTest::classifiesReplies_data()
             << "";
     // Payload checks, one row per provider family.
     QTest::newRow("binance ticker")
-            << "binance_public" << 200 << none << fixture("binance_ticker_24hr_ethusdt.json")
+            << "binance_public" << 200 << none << providerData("binance_ticker_24hr_ethusdt.json")
             << true << false << 0 << "";
     QTest::newRow("binance price") << "binance_public" << 200 << none
                                    << QByteArray(R"({"price":"0.1"})") << true << false << 0 << "";
     QTest::newRow("binance list") << "binance_public" << 200 << none << QByteArray("[]") << true
                                   << false << 0 << "";
     QTest::newRow("binance dead pair")
-            << "binance_public" << 200 << none << fixture("binance_ticker_24hr_dead_pair.json")
+            << "binance_public" << 200 << none << providerData("binance_ticker_24hr_dead_pair.json")
             << false << false << 0 << kInvalid;
     QTest::newRow("yahoo chart") << "yahoo_b3" << 200 << none
-                                 << fixture("yahoo_chart_petr4_1d.json") << true << false << 0
+                                 << providerData("yahoo_chart_petr4_1d.json") << true << false << 0
                                  << "";
     QTest::newRow("yahoo chart result null")
             << "yahoo_us" << 200 << none << QByteArray(R"({"chart":{"result":null,"error":null}})")
@@ -139,16 +132,17 @@ void ProviderResponseTest::classifiesReplies_data()
             << "yahoo_us" << 200 << none
             << QByteArray(R"({"quoteResponse":{"result":[],"error":null}})") << false << false << 0
             << kInvalid;
-    QTest::newRow("brapi results") << "brapi_public" << 200 << none
-                                   << fixture("brapi_quote_vale3.json") << true << false << 0 << "";
+    QTest::newRow("brapi results")
+            << "brapi_public" << 200 << none << providerData("brapi_quote_vale3.json") << true
+            << false << 0 << "";
     QTest::newRow("brapi results empty")
             << "brapi_public" << 200 << none << QByteArray(R"({"results":[]})") << false << false
             << 0 << kInvalid;
     QTest::newRow("alpha quote") << "alpha_vantage" << 200 << none
-                                 << fixture("alphavantage_global_quote_ibm.json") << true << false
-                                 << 0 << "";
+                                 << providerData("alphavantage_global_quote_ibm.json") << true
+                                 << false << 0 << "";
     QTest::newRow("alpha unknown symbol")
-            << "alpha_vantage" << 200 << none << fixture("alphavantage_unknown_symbol.json")
+            << "alpha_vantage" << 200 << none << providerData("alphavantage_unknown_symbol.json")
             << false << false << 0 << kInvalid;
     QTest::newRow("alpha gainers")
             << "alpha_vantage_movers" << 200 << none
@@ -158,25 +152,26 @@ void ProviderResponseTest::classifiesReplies_data()
                                   << QByteArray(
                                              R"({"top_gainers":[],"top_losers":[{"ticker":"X"}]})")
                                   << true << false << 0 << "";
-    QTest::newRow("finnhub quote") << "finnhub" << 200 << none << fixture("finnhub_quote_msft.json")
-                                   << true << false << 0 << "";
+    QTest::newRow("finnhub quote")
+            << "finnhub" << 200 << none << providerData("finnhub_quote_msft.json") << true << false
+            << 0 << "";
     QTest::newRow("finnhub unknown symbol")
-            << "finnhub" << 200 << none << fixture("finnhub_quote_unknown_symbol.json") << false
-            << false << 0 << kInvalid;
+            << "finnhub" << 200 << none << providerData("finnhub_quote_unknown_symbol.json")
+            << false << false << 0 << kInvalid;
     QTest::newRow("twelve data text close")
-            << "twelvedata" << 200 << none << fixture("twelvedata_quote_eurusd.json") << true
+            << "twelvedata" << 200 << none << providerData("twelvedata_quote_eurusd.json") << true
             << false << 0 << "";
     QTest::newRow("twelve data no close")
             << "twelvedata" << 200 << none << QByteArray(R"({"symbol":"X"})") << false << false << 0
             << kInvalid;
-    QTest::newRow("fmp quote") << "fmp" << 200 << none << fixture("fmp_quote_msft.json") << true
-                               << false << 0 << "";
+    QTest::newRow("fmp quote") << "fmp" << 200 << none << providerData("fmp_quote_msft.json")
+                               << true << false << 0 << "";
     QTest::newRow("financial modeling prep id")
             << "Financial_Modeling_Prep" << 200 << none << QByteArray(R"([{"price":"12.5"}])")
             << true << false << 0 << "";
     QTest::newRow("fmp unknown symbol")
-            << "fmp" << 200 << none << fixture("fmp_quote_unknown_symbol.json") << false << false
-            << 0 << kInvalid;
+            << "fmp" << 200 << none << providerData("fmp_quote_unknown_symbol.json") << false
+            << false << 0 << kInvalid;
     QTest::newRow("querlin list") << "querlin_news" << 200 << none << QByteArray("[]") << true
                                   << false << 0 << "";
     QTest::newRow("querlin empty object")

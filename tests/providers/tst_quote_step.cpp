@@ -1,7 +1,6 @@
 #include "providers/quote_step.h"
 #include "support/fake_provider.h"
 
-#include <QFile>
 #include <QNetworkAccessManager>
 #include <QSignalSpy>
 #include <QTest>
@@ -10,14 +9,6 @@ Q_DECLARE_METATYPE(QuoteStepKind)
 Q_DECLARE_METATYPE(FakeReply)
 
 namespace {
-
-QByteArray fixture(const QString &name)
-{
-    QFile file(QStringLiteral(QRL_PROVIDER_DATA "/") + name);
-    if (!file.open(QIODevice::ReadOnly))
-        qFatal("missing fixture %s", qPrintable(name));
-    return file.readAll();
-}
 
 constexpr qint64 kNow = 1'731'700'000'000;
 
@@ -97,33 +88,34 @@ void QuoteStepTest::stepKindsReportAndPause_data()
     QTest::addColumn<bool>("writesCache");
 
     const qint64 earlier = kNow + 5000;
-    const QByteArray credits = fixture("twelvedata_error_credits.json");
+    const QByteArray credits = providerData("twelvedata_error_credits.json");
     const QString creditsText =
             QJsonDocument::fromJson(credits).object().value("message").toString();
 
     QTest::newRow("keyed twelve data throttled")
             << QuoteStepKind::KeyedUs << "twelvedata" << 429 << credits << false << true
             << "HTTP 429 rate limit" << kNow + 17000 << qint64(0) << false;
-    QTest::newRow("keyed twelve data succeeds") << QuoteStepKind::KeyedUs << "twelvedata" << 200
-                                                << fixture("twelvedata_quote_eurusd.json") << true
-                                                << false << "" << qint64(0) << qint64(0) << false;
+    QTest::newRow("keyed twelve data succeeds")
+            << QuoteStepKind::KeyedUs << "twelvedata" << 200
+            << providerData("twelvedata_quote_eurusd.json") << true << false << "" << qint64(0)
+            << qint64(0) << false;
     QTest::newRow("keyed fmp limit text")
-            << QuoteStepKind::KeyedUs << "fmp" << 200 << fixture("fmp_error_limit.json") << false
-            << true
-            << QJsonDocument::fromJson(fixture("fmp_error_limit.json"))
+            << QuoteStepKind::KeyedUs << "fmp" << 200 << providerData("fmp_error_limit.json")
+            << false << true
+            << QJsonDocument::fromJson(providerData("fmp_error_limit.json"))
                        .object()
                        .value("Error Message")
                        .toString()
             << kNow + 60000 << qint64(0) << false;
     QTest::newRow("keyed fmp succeeds")
-            << QuoteStepKind::KeyedUs << "fmp" << 200 << fixture("fmp_quote_msft.json") << true
+            << QuoteStepKind::KeyedUs << "fmp" << 200 << providerData("fmp_quote_msft.json") << true
             << false << "" << qint64(0) << qint64(0) << false;
     QTest::newRow("alpha vantage blocked a minute")
             << QuoteStepKind::KeyedUs << "alpha_vantage" << 429 << QByteArray() << false << true
             << "HTTP 429 rate limit" << earlier << kNow + 60000 << false;
     QTest::newRow("alpha vantage writes its cache")
             << QuoteStepKind::KeyedUs << "alpha_vantage" << 200
-            << fixture("alphavantage_global_quote_ibm.json") << true << false << "" << earlier
+            << providerData("alphavantage_global_quote_ibm.json") << true << false << "" << earlier
             << qint64(0) << true;
     QTest::newRow("forex twelve data throttled under 200")
             << QuoteStepKind::Forex << "twelvedata" << 200
@@ -132,9 +124,10 @@ void QuoteStepTest::stepKindsReportAndPause_data()
     QTest::newRow("forex twelve data out of credits")
             << QuoteStepKind::Forex << "twelvedata" << 200 << credits << false << true
             << creditsText.left(180) << kNow + 60000 << qint64(0) << false;
-    QTest::newRow("forex twelve data succeeds") << QuoteStepKind::Forex << "twelvedata" << 200
-                                                << fixture("twelvedata_quote_eurusd.json") << true
-                                                << false << "" << qint64(0) << qint64(0) << false;
+    QTest::newRow("forex twelve data succeeds")
+            << QuoteStepKind::Forex << "twelvedata" << 200
+            << providerData("twelvedata_quote_eurusd.json") << true << false << "" << qint64(0)
+            << qint64(0) << false;
     QTest::newRow("forex yahoo unreadable")
             << QuoteStepKind::Forex << "yahoo_fx" << 200
             << QByteArray(R"({"chart":{"result":[{"meta":{},"indicators":{"quote":[{}]}}]}})")
@@ -151,8 +144,8 @@ void QuoteStepTest::stepKindsReportAndPause_data()
             << "HTTP 429 rate limit" << earlier << qint64(0) << false;
     QTest::newRow("brapi plan limit is not 429")
             << QuoteStepKind::Plain << "brapi_public" << 402
-            << fixture("brapi_error_plan_limit.json") << false << false << "HTTP 402" << earlier
-            << qint64(0) << false;
+            << providerData("brapi_error_plan_limit.json") << false << false << "HTTP 402"
+            << earlier << qint64(0) << false;
 }
 
 void QuoteStepTest::stepKindsReportAndPause()
@@ -206,7 +199,7 @@ QuoteStepTest::Run QuoteStepTest::runStep(const QString &providerId, QuoteStepKi
 
 void QuoteStepTest::goodReplyIsAppliedWithItsLatency()
 {
-    m_provider.setReply("/api/v1/quote", FakeReply::json(fixture("finnhub_quote_msft.json")));
+    m_provider.setReply("/api/v1/quote", FakeReply::json(providerData("finnhub_quote_msft.json")));
     const Run run = runStep("finnhub", QuoteStepKind::Plain, "MSFT");
     QCOMPARE(run.reports.size(), 1);
     QVERIFY(run.reports.first().ok);
@@ -229,7 +222,7 @@ void QuoteStepTest::staleReplyChangesNothing()
 void QuoteStepTest::limitTextNeverShowsTheKey()
 {
     m_provider.setReply("/query",
-                        FakeReply::json(fixture("alphavantage_information_daily_limit.json")));
+                        FakeReply::json(providerData("alphavantage_information_daily_limit.json")));
     m_throttles = {};
     const Run run = runStep("alpha_vantage", QuoteStepKind::KeyedUs, "IBM");
     QCOMPARE(run.reports.size(), 1);
@@ -246,7 +239,7 @@ void QuoteStepTest::brokenRepliesFailCleanly_data()
     QTest::addColumn<FakeReply>("reply");
     QTest::addColumn<QString>("message");
 
-    const QByteArray quote = fixture("finnhub_quote_msft.json");
+    const QByteArray quote = providerData("finnhub_quote_msft.json");
     QTest::newRow("closed mid-body")
             << FakeReply{.body = quote, .mode = FakeReply::Mode::CloseMidBody}
             << "Malformed or empty JSON";

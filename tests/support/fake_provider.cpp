@@ -2,6 +2,7 @@
 
 #include "app/endpoints.h"
 
+#include <QFile>
 #include <QHostAddress>
 #include <QPointer>
 #include <QTcpSocket>
@@ -397,4 +398,12 @@ FakeReply FakeProvider::takeReply(const QByteArray &path)
     if (scripted != m_replies.cend())
         return *scripted;
     return FakeReply::json(R"({"error":"no scripted reply"})", 404);
+}
+
+QByteArray providerData(const QString &fileName)
+{
+    QFile file(QStringLiteral(QRL_PROVIDER_DATA "/") + fileName);
+    if (!file.open(QIODevice::ReadOnly))
+        qFatal("missing provider data %s", qPrintable(fileName));
+    return file.readAll();
 }

@@ -139,3 +139,6 @@ private:
     QHash<QByteArray, QList<FakeReply>> m_queuedReplies;
     QList<RecordedRequest> m_requests;
 };
+
+// A provider reply body kept in tests/data/providers (the same files seed the fuzz targets).
+QByteArray providerData(const QString &fileName);

@@ -27,3 +27,20 @@ void ProviderThrottles::blockAlphaVantage(qint64 nowMs, int retryAfterSeconds)
 {
     m_alphaVantageBlockedUntil = alphaVantageBlockUntil(nowMs, retryAfterSeconds);
 }
+
+bool ProviderThrottles::takeProviderSlot(const QString &providerId, qint64 nowMs)
+{
+    if (isCoolingDown(providerId, nowMs))
+        return false;
+    const auto last = m_lastRequest.constFind(providerId);
+    if (last != m_lastRequest.cend() && nowMs - *last < kProviderSpacingMs)
+        return false;
+    m_lastRequest.insert(providerId, nowMs);
+    return true;
+}
+
+bool ProviderThrottles::isAlphaVantageThrottled(qint64 nowMs) const
+{
+    return m_lastAlphaVantageRequest > 0 &&
+           nowMs - m_lastAlphaVantageRequest < kAlphaVantageSpacingMs;
+}

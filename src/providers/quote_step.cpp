@@ -82,12 +82,15 @@ void startQuoteStep(QNetworkAccessManager &manager, QObject *context, const Quot
                     const QuoteStepHooks &hooks,
                     std::function<void(const AsyncProviderResult &)> report)
 {
-    QNetworkRequest request = step.fetcher->buildRequest(step.symbol);
+    const QString providerSymbol =
+            step.providerSymbol.isEmpty() ? step.symbol : step.providerSymbol;
+    QNetworkRequest request = step.fetcher->buildRequest(providerSymbol);
     request.setTransferTimeout(hooks.transferTimeoutMs);
     const QUrl requestUrl = request.url();
     sendProviderGet(
             manager, request, context,
-            [step, hooks, requestUrl, report = std::move(report)](const ProviderReply &reply) {
+            [step, providerSymbol, hooks, requestUrl,
+             report = std::move(report)](const ProviderReply &reply) {
                 if (hooks.currentGeneration &&
                     hooks.currentGeneration(step.symbol) != step.generation)
                     return;
@@ -101,13 +104,14 @@ void startQuoteStep(QNetworkAccessManager &manager, QObject *context, const Quot
                 ProviderThrottles scratch;
                 ProviderThrottles &throttles = hooks.throttles ? *hooks.throttles : scratch;
                 QuoteStepOutcome outcome =
-                        resolveQuoteStep(step.kind, step.providerId, *step.fetcher, step.symbol,
+                        resolveQuoteStep(step.kind, step.providerId, *step.fetcher, providerSymbol,
                                          check, reply.body, throttles, hooks.clock());
                 if (outcome.quote) {
+                    outcome.quote->symbol = step.symbol;
                     if (hooks.applyQuote)
                         hooks.applyQuote(*outcome.quote, step.providerId, reply.latencyMs);
                     if (outcome.writeAlphaVantageCache && hooks.writeAlphaVantageCache)
-                        hooks.writeAlphaVantageCache(*outcome.quote);
+                        hooks.writeAlphaVantageCache(step.symbol, reply.body);
                 }
                 report(outcome.result);
             },

@@ -47,9 +47,10 @@ struct QuoteStep
 {
     QuoteStepKind kind = QuoteStepKind::Plain;
     QString providerId;
-    QString symbol;
+    QString symbol; // the market symbol: generations, and the symbol the applied quote carries
     std::shared_ptr<const DataFetcher> fetcher;
     quint64 generation = 0; // the symbol's quote generation when the step started
+    QString providerSymbol; // what the provider is asked for ("USD/BRL"); empty: the symbol
 };
 
 // What the owner of the market state lends a running step.
@@ -58,7 +59,8 @@ struct QuoteStepHooks
     std::function<quint64(const QString &symbol)> currentGeneration;
     std::function<void(const QuoteSnapshot &quote, const QString &providerId, qint64 latencyMs)>
             applyQuote;
-    std::function<void(const QuoteSnapshot &quote)> writeAlphaVantageCache; // may be empty
+    // The Alpha Vantage reply body a good quote was read from; may be empty.
+    std::function<void(const QString &symbol, const QByteArray &body)> writeAlphaVantageCache;
     ProviderThrottles *throttles = nullptr;
     Clock clock = systemClock();
     int transferTimeoutMs = kProviderTransferTimeoutMs; // a silent provider fails as HTTP 0

@@ -182,13 +182,15 @@ QuoteStepTest::Run QuoteStepTest::runStep(const QString &providerId, QuoteStepKi
         run.applied << quote;
         run.latencies << latency;
     };
-    hooks.writeAlphaVantageCache = [&run](const QuoteSnapshot &) { ++run.cacheWrites; };
+    hooks.writeAlphaVantageCache = [&run](const QString &, const QByteArray &) {
+        ++run.cacheWrites;
+    };
     hooks.throttles = &m_throttles;
     hooks.clock = [&now] { return now += 125; };
     hooks.transferTimeoutMs = 300;
 
     QSignalSpy finished(&m_manager, &QNetworkAccessManager::finished);
-    const QuoteStep step{kind, providerId, symbol, fetcherFor(providerId), 1};
+    const QuoteStep step{kind, providerId, symbol, fetcherFor(providerId), 1, {}};
     startQuoteStep(m_manager, this, step, hooks,
                    [&run](const AsyncProviderResult &result) { run.reports << result; });
     if (!finished.wait(5000))

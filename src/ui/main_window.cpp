@@ -107,11 +107,13 @@ MainWindow::MainWindow(QWidget *parent)
     milestone("central widget set");
 
     milestone("before signal connects");
+    setupQuoteRouting();
     connectSignals();
 
     // Loading the stored state: each step runs between its milestones once its owner exists; the
     // milestones are written from the start so the trail always has the same shape.
     milestone("before loadConfig");
+    loadConfig();
     milestone("before loadLocalSettings");
     milestone("before applyConfiguredShortcuts");
     milestone("before retranslateUi");
@@ -130,6 +132,8 @@ MainWindow::~MainWindow() = default;
 void MainWindow::setupMenus()
 {
     m_viewMenu = menuBar()->addMenu(QString());
+    m_dataMenu = m_viewMenu->addMenu(QString());
+    m_apiKeysAction = m_dataMenu->addAction(QString());
     m_languageMenu = m_viewMenu->addMenu(QString());
     m_languageGroup = new QActionGroup(this);
     m_languageGroup->setExclusive(true);
@@ -191,6 +195,7 @@ void MainWindow::connectSignals()
                 m_tickerSearch->setText(entry);
                 addSymbolFromSearch();
             });
+    connect(m_apiKeysAction, &QAction::triggered, this, &MainWindow::showApiKeysDialog);
     connect(m_englishAction, &QAction::triggered, this,
             [this] { setLanguage(QStringLiteral("en")); });
     connect(m_portugueseAction, &QAction::triggered, this,
@@ -207,6 +212,10 @@ void MainWindow::setLanguage(const QString &code)
 void MainWindow::retranslateUi()
 {
     m_viewMenu->setTitle(translated(QStringLiteral("View"), QStringLiteral("Exibir")));
+    m_dataMenu->setTitle(
+            translated(QStringLiteral("Data And APIs"), QStringLiteral("Dados e APIs")));
+    m_apiKeysAction->setText(
+            translated(QStringLiteral("API Keys"), QStringLiteral("Chaves de API")));
     m_languageMenu->setTitle(translated(QStringLiteral("Language"), QStringLiteral("Idioma")));
     m_englishAction->setText(QStringLiteral("English"));
     m_portugueseAction->setText(QStringLiteral("Português"));

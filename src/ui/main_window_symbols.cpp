@@ -51,4 +51,7 @@ void MainWindow::addSymbolFromSearch()
     statusBar()->showMessage(QStringLiteral("%1 · %2 · %3")
                                      .arg(displaySymbol(symbol), assetClassForSymbol(symbol),
                                           marketLabelForSymbol(symbol)));
+    if (!m_followedSymbols.contains(symbol))
+        m_followedSymbols << symbol;
+    refreshQuote(symbol);
 }

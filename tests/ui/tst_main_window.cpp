@@ -1,4 +1,5 @@
 #include "app/identity.h"
+#include "support/fake_provider.h"
 #include "support/isolated_folders.h"
 #include "ui/language.h"
 #include "ui/main_window.h"
@@ -17,7 +18,7 @@ class MainWindowTest : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase() { applyApplicationIdentity(*qApp); }
+    void initTestCase();
 
     void constructorWritesMilestonesInOrder();
     void searchFieldCompletesAnywhereInTheEntry_data();
@@ -26,7 +27,19 @@ private slots:
     void mergedSymbolsRefillTheCompleter();
     void confirmingAnEntryUsesTheNormalisedSymbol();
     void placeholderFollowsTheLanguage();
+    void quoteFailuresReachTheStatusBar();
+
+private:
+    // Whatever the window asks the market for lands here, never on the internet.
+    FakeProvider m_provider;
 };
+
+void MainWindowTest::initTestCase()
+{
+    applyApplicationIdentity(*qApp);
+    QVERIFY(m_provider.listen());
+    m_provider.serveEveryEndpoint();
+}
 
 void MainWindowTest::constructorWritesMilestonesInOrder()
 {
@@ -197,6 +210,27 @@ void MainWindowTest::placeholderFollowsTheLanguage()
     window.setLanguage(QStringLiteral("de")); // anything else is English
     QCOMPARE(window.menuBar()->actions().first()->text(), QStringLiteral("View"));
     QCOMPARE(interfaceLanguage(), QStringLiteral("en"));
+}
+
+void MainWindowTest::quoteFailuresReachTheStatusBar()
+{
+    IsolatedFolders folders;
+    folders.writeFile(folders.expectedConfigFolder() + "/config.txt",
+                      "finnhub_api_key=FHSECRET42\n");
+    m_provider.clearRequests();
+    m_provider.setReply("/api/v1/quote",
+                        FakeReply{.status = 429, .headers = {{"Retry-After", "17"}}, .body = "{}"});
+    m_provider.setReply("/v8/finance/chart/AAPL", FakeReply::json("{}", 404));
+    MainWindow window;
+    auto *search = window.findChild<QLineEdit *>(QStringLiteral("tickerSearch"));
+    search->setText(QStringLiteral("aapl"));
+    QTest::keyClick(search, Qt::Key_Return);
+    QTRY_COMPARE(window.statusBar()->currentMessage(),
+                 QString("All quote providers failed for AAPL: finnhub: HTTP 429 rate limit [rate "
+                         "limited] | yahoo_us: HTTP 404"));
+    QCOMPARE(m_provider.requests().first().queryItem("token"), QString("FHSECRET42"));
+    QVERIFY(!IsolatedFolders::readFile(folders.expectedConfigFolder() + "/startup.log")
+                     .contains("FHSECRET42"));
 }
 
 QTEST_MAIN(MainWindowTest)

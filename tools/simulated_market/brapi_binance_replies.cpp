@@ -1,0 +1,195 @@
+#include "simulated_market/chart_ranges.h"
+#include "simulated_market/hashing.h"
+#include "simulated_market/json_text.h"
+#include "simulated_market/provider_replies.h"
+
+#include <QDateTime>
+
+#include <algorithm>
+
+namespace {
+
+QString isoTime(qint64 epochMs)
+{
+    return QDateTime::fromMSecsSinceEpoch(epochMs, Qt::UTC).toString(Qt::ISODateWithMs);
+}
+
+HttpResponse brapiError(int status, const QString &message)
+{
+    return HttpResponse::json(
+            OrderedJson().boolean("error", true).text("message", message).toJson(), status);
+}
+
+QByteArray brapiHistory(const MarketContext &market, const Instrument &instrument,
+                        const QString &range, const QString &interval)
+{
+    const QList<qint64> openings = barOpenings(range, interval, market.now());
+    QList<QByteArray> rows;
+    for (qsizetype i = 0; i < openings.size(); ++i) {
+        const qint64 from = market.walk.stepOf(openings.at(i));
+        const qint64 to =
+                i + 1 < openings.size() ? market.walk.stepOf(openings.at(i + 1)) : market.step;
+        const PriceBar bar = market.walk.bar(instrument.symbol, from, std::max(from, to));
+        rows.append(OrderedJson()
+                            .integer("date", openings.at(i))
+                            .number("open", bar.open, 2)
+                            .number("high", bar.high, 2)
+                            .number("low", bar.low, 2)
+                            .number("close", bar.close, 2)
+                            .integer("volume", qint64(bar.volume))
+                            .number("adjustedClose", bar.close, 2)
+                            .toJson());
+    }
+    return json::array(rows);
+}
+
+QByteArray brapiResult(const MarketContext &market, const Instrument &instrument,
+                       const QString &ticker, const QString &range, const QString &interval)
+{
+    const DaySummary day = roundedDay(market, instrument);
+    const YearStats year = market.walk.year(instrument.symbol, market.step);
+    const bool index = instrument.kind == InstrumentKind::BrIndex;
+    const quint64 hash = textHash(instrument.symbol);
+    // Earnings of 5 % to 25 % of the price a year.
+    const double earningsPerShare = day.price * (0.05 + 0.2 * unitInterval(mix64(hash, 3)));
+    const double shares = 1e9 * (0.3 + 12.0 * unitInterval(mix64(hash, 4)));
+
+    OrderedJson result;
+    result.text("symbol", ticker).text("currency", QStringLiteral("BRL"));
+    if (index)
+        result.null("marketCap");
+    else
+        result.integer("marketCap", qint64(day.price * shares));
+    result.text("shortName", instrument.shortName)
+            .text("longName", instrument.longName)
+            .number("regularMarketChange", day.change(), 7)
+            .number("regularMarketChangePercent", day.changePercent(), 7)
+            .text("regularMarketTime", isoTime(market.now() * 1000))
+            .number("regularMarketPrice", day.price, 2)
+            .number("regularMarketDayHigh", day.high, 2)
+            .text("regularMarketDayRange", priceRange(day.low, day.high, 2))
+            .number("regularMarketDayLow", day.low, 2)
+            .integer("regularMarketVolume", index ? 0 : qint64(day.volume))
+            .number("regularMarketPreviousClose", day.previousClose, 2)
+            .number("regularMarketOpen", day.open, 2)
+            .text("fiftyTwoWeekRange", priceRange(year.low, year.high, 2))
+            .number("fiftyTwoWeekLow", year.low, 2)
+            .number("fiftyTwoWeekHigh", year.high, 2);
+    if (index)
+        result.null("priceEarnings").null("earningsPerShare");
+    else
+        result.number("priceEarnings", day.price / earningsPerShare, 8)
+                .number("earningsPerShare", earningsPerShare, 7);
+    result.text("logourl",
+                index ? QStringLiteral("https://brapi.dev/favicon.svg")
+                      : QStringLiteral("https://icons.brapi.dev/icons/%1.svg").arg(ticker));
+    if (!range.isEmpty() && !interval.isEmpty()) {
+        result.text("usedInterval", interval)
+                .text("usedRange", range)
+                .raw("historicalDataPrice", brapiHistory(market, instrument, range, interval));
+    }
+    result.raw("validRanges", json::stringArray(chartRanges()))
+            .raw("validIntervals", json::stringArray(chartIntervals()));
+    return result.toJson();
+}
+
+QByteArray binanceTicker(const MarketContext &market, const Instrument &instrument)
+{
+    const QString &symbol = instrument.symbol;
+    const int decimals = priceDecimals(instrument);
+    const DaySummary day = market.walk.day(symbol, market.step);
+    // Binance's 24 hours open at the price of exactly a day ago.
+    const double open = roundTo(day.previousClose, decimals);
+    const double previousClose = roundTo(market.walk.price(symbol, market.step - 86401), decimals);
+    const double last = roundTo(day.price, decimals);
+    const double high = roundTo(std::max({day.high, open, last}), decimals);
+    const double low = roundTo(std::min({day.low, open, last}), decimals);
+    // Quantities in the pair's lot size: whole coins for the cheap ones.
+    const int lotDecimals = last >= 1000.0 ? 5 : last >= 100.0 ? 3 : last >= 1.0 ? 2 : 0;
+    const double volume = roundTo(day.volume, lotDecimals);
+    const double average = roundTo((open + high + low + last) / 4.0, decimals);
+    const double tick = std::pow(10.0, -decimals);
+    const quint64 hash = mix64(textHash(symbol), quint64(market.step));
+    const auto quantity = [&](int salt) {
+        return roundTo(volume * 2e-6 * (0.2 + unitInterval(mix64(hash, salt))), lotDecimals);
+    };
+    const qint64 count = 100000 + qint64(mix64(textHash(symbol), 9) % 1900000);
+    const qint64 lastId = 3000000000LL + qint64(textHash(symbol) % 100000000) + market.step * 20;
+    const qint64 closeTime = market.now() * 1000;
+
+    return OrderedJson()
+            .text("symbol", symbol)
+            .fixed("priceChange", last - open, 8)
+            .fixed("priceChangePercent", open > 0.0 ? (last - open) / open * 100.0 : 0.0, 3)
+            .fixed("weightedAvgPrice", average, 8)
+            .fixed("prevClosePrice", previousClose, 8)
+            .fixed("lastPrice", last, 8)
+            .fixed("lastQty", quantity(1), 8)
+            .fixed("bidPrice", last - tick, 8)
+            .fixed("bidQty", quantity(2), 8)
+            .fixed("askPrice", last, 8)
+            .fixed("askQty", quantity(3), 8)
+            .fixed("openPrice", open, 8)
+            .fixed("highPrice", high, 8)
+            .fixed("lowPrice", low, 8)
+            .fixed("volume", volume, 8)
+            .fixed("quoteVolume", roundTo(volume * average, 8), 8)
+            .integer("openTime", closeTime - 86400000)
+            .integer("closeTime", closeTime)
+            .integer("firstId", lastId - count + 1)
+            .integer("lastId", lastId)
+            .integer("count", count)
+            .toJson();
+}
+
+} // namespace
+
+// GET /api/quote/<tickers>[?range=..&interval=..][&token=..]: several tickers may come joined
+// by commas; one unknown ticker fails the whole request, as on BrAPI.
+HttpResponse brapiQuoteReply(const MarketContext &market, const HttpRequest &request)
+{
+    const QString range = request.queryItem(QStringLiteral("range")).trimmed();
+    const QString interval = request.queryItem(QStringLiteral("interval")).trimmed();
+    if (!range.isEmpty() && !chartRanges().contains(range)) {
+        return brapiError(400, QStringLiteral("Campo 'range' inválido. Ranges válidos: %1")
+                                       .arg(chartRanges().join(QStringLiteral(", "))));
+    }
+    if (!interval.isEmpty() && !chartIntervals().contains(interval)) {
+        return brapiError(400, QStringLiteral("Campo 'interval' inválido. Intervalos válidos: %1")
+                                       .arg(chartIntervals().join(QStringLiteral(", "))));
+    }
+    QList<QByteArray> results;
+    for (const QString &part : request.pathAfter("/api/quote/").split(QLatin1Char(','))) {
+        const QString ticker = part.trimmed().toUpper();
+        const Instrument *instrument = market.catalogue.fromBrapi(ticker);
+        if (!instrument)
+            return brapiError(404, QStringLiteral("Não encontramos a ação %1").arg(ticker));
+        results.append(brapiResult(market, *instrument, ticker, range, interval));
+    }
+    const qint64 took = 5 + qint64(mix64(quint64(market.step)) % 40);
+    return HttpResponse::json(
+            OrderedJson()
+                    .raw("results", json::array(results))
+                    .text("requestedAt", isoTime(market.walk.epochSecondsOf(market.step) * 1000 +
+                                                 qint64(mix64(quint64(market.step), 1) % 1000)))
+                    .text("took", QStringLiteral("%1ms").arg(took))
+                    .toJson());
+}
+
+// GET /api/v3/ticker/24hr?symbol=BTCUSDT; without a symbol, every pair in one array.
+HttpResponse binanceTickerReply(const MarketContext &market, const HttpRequest &request)
+{
+    const QString symbol = request.queryItem(QStringLiteral("symbol"));
+    if (symbol.isNull()) {
+        QList<QByteArray> tickers;
+        for (const Instrument &instrument : market.catalogue.instruments()) {
+            if (instrument.kind == InstrumentKind::Crypto)
+                tickers.append(binanceTicker(market, instrument));
+        }
+        return HttpResponse::json(json::array(tickers));
+    }
+    const Instrument *instrument = market.catalogue.fromBinance(symbol);
+    if (!instrument)
+        return HttpResponse::json(R"({"code":-1121,"msg":"Invalid symbol."})", 400);
+    return HttpResponse::json(binanceTicker(market, *instrument));
+}

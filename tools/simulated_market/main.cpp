@@ -1,0 +1,71 @@
+#include "simulated_market/simulated_market.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+void fail(const QString &message)
+{
+    std::fprintf(stderr, "querlin-simulated-market: %s\n", qPrintable(message));
+    std::exit(2);
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("querlin-simulated-market"));
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+            "Plays the market-data providers of Terminal Querlin on 127.0.0.1 with simulated "
+            "prices.\n\nPoint the terminal at it with QRL_ENDPOINT_*=http://127.0.0.1:<port>.\n"
+            "Providers: yahoo, brapi, binance, finnhub, twelvedata, fmp, alpha_vantage (or all).\n"
+            "Faults: none, 429, 5xx, limit, note, malformed, slow:<ms>, silent.\n"
+            "At run time: GET /__sim/fault?provider=<id>&kind=<fault>, GET /__sim/health."));
+    parser.addHelpOption();
+    const QCommandLineOption portOption(
+            QStringLiteral("port"),
+            QStringLiteral("Port to listen on, 8765 by default (0: any free one)."),
+            QStringLiteral("N"), QStringLiteral("8765"));
+    const QCommandLineOption seedOption(QStringLiteral("seed"),
+                                        QStringLiteral("Seed of the price series, 42 by default."),
+                                        QStringLiteral("N"), QStringLiteral("42"));
+    const QCommandLineOption faultOption(
+            QStringLiteral("fault"),
+            QStringLiteral("Start with a provider misbehaving, e.g. finnhub=429 (repeatable)."),
+            QStringLiteral("provider=kind"));
+    parser.addOptions({portOption, seedOption, faultOption});
+    parser.process(app);
+
+    bool ok = false;
+    const uint port = parser.value(portOption).toUInt(&ok);
+    if (!ok || port > 65535)
+        fail(QStringLiteral("--port wants a number from 0 to 65535"));
+    const quint64 seed = parser.value(seedOption).toULongLong(&ok);
+    if (!ok)
+        fail(QStringLiteral("--seed wants a whole number"));
+
+    SimulatedMarket market(seed);
+    for (const QString &setting : parser.values(faultOption)) {
+        const QString problem = market.applyFault(setting);
+        if (!problem.isEmpty())
+            fail(QStringLiteral("--fault: %1").arg(problem));
+    }
+    if (!market.listen(quint16(port))) {
+        std::fprintf(stderr, "querlin-simulated-market: cannot listen on 127.0.0.1:%u: %s\n", port,
+                     qPrintable(market.errorString()));
+        return 1;
+    }
+    QObject::connect(&market, &SimulatedMarket::served,
+                     [](const QString &line) { std::fprintf(stderr, "%s\n", qPrintable(line)); });
+
+    std::printf("simulated market listening on %s\n", qPrintable(market.baseUrl()));
+    std::fflush(stdout);
+    return app.exec();
+}

@@ -1,0 +1,208 @@
+#include "simulated_market/market_faults.h"
+
+namespace {
+
+const QString kAll = QStringLiteral("all");
+
+QByteArray unavailablePage(const QString &provider)
+{
+    if (provider == QLatin1String("yahoo")) {
+        return "<!doctype html public \"-//W3C//DTD HTML 4.01//EN\" "
+               "\"http://www.w3.org/TR/html4/strict.dtd\">\n<html>\n<head>\n"
+               "    <title>Yahoo! - Error report</title>\n</head>\n<body>\n<div id=\"doc\">\n"
+               "    <div id=\"bd\">\n        <h1>HTTP Status 503 - Service Unavailable</h1>\n"
+               "    </div>\n</div>\n</body>\n</html>\n";
+    }
+    return "<html>\r\n<head><title>503 Service Temporarily Unavailable</title></head>\r\n"
+           "<body>\r\n<center><h1>503 Service Temporarily Unavailable</h1></center>\r\n"
+           "<hr><center>nginx</center>\r\n</body>\r\n</html>\r\n";
+}
+
+const char kAlphaVantageDaily[] =
+        R"({
+    "Information": "Thank you for using Alpha Vantage! Our standard API rate limit is 25 requests per day. Please subscribe to any of the premium plans at https://www.alphavantage.co/premium/ to instantly remove all daily rate limits."
+})";
+const char kAlphaVantageNote[] =
+        R"({
+    "Note": "Thank you for using Alpha Vantage! Our standard API call frequency is 5 calls per minute and 500 calls per day. Please visit https://www.alphavantage.co/premium/ if you would like to target a higher API call frequency."
+})";
+const char kTwelveDataCredits[] =
+        R"({"code":429,"message":"You have run out of API credits for the current minute. 9 API credits were used, with the current limit being 8. Wait for the next minute or consider switching to a higher tier plan at https://twelvedata.com/pricing","status":"error"})";
+const char kFmpLimit[] =
+        R"({
+  "Error Message" : "Limit Reach . Please upgrade your plan or visit our documentation for more details at https://site.financialmodelingprep.com/"
+})";
+
+// Each provider's throttling reply, as it sends it.
+HttpResponse rateLimitReply(const QString &provider)
+{
+    HttpResponse response;
+    response.status = 429;
+    if (provider == QLatin1String("yahoo")) {
+        response = HttpResponse::text("Too Many Requests\r\n", 429);
+    } else if (provider == QLatin1String("binance")) {
+        response.body =
+                R"({"code":-1003,"msg":"Too much request weight used; current limit is 6000 request weight per 1 MINUTE. Please use WebSocket Streams for live updates to avoid polling the API."})";
+    } else if (provider == QLatin1String("finnhub")) {
+        response.body =
+                R"({"error":"API limit reached. Please try again later. Remaining Limit: 0"})";
+    } else if (provider == QLatin1String("twelvedata")) {
+        response.body = kTwelveDataCredits;
+    } else if (provider == QLatin1String("fmp")) {
+        response.body = kFmpLimit;
+    } else if (provider == QLatin1String("brapi")) {
+        // BrAPI's plan limit is a 402, never a 429.
+        response.status = 402;
+        response.body =
+                R"({"error":true,"message":"Você atingiu o limite de requisições para o seu plano. Por favor, considere fazer um upgrade para um plano melhor em brapi.dev/dashboard"})";
+    } else {
+        response.body = kAlphaVantageDaily;
+    }
+    response.headers.append({"Retry-After", QByteArray::number(kRetryAfterSeconds)});
+    return response;
+}
+
+// The limit messages that come under HTTP 200; a provider without one answers as for "429".
+HttpResponse limitReply(const QString &provider, FaultKind kind)
+{
+    if (provider == QLatin1String("alpha_vantage"))
+        return HttpResponse::json(kind == FaultKind::Note ? kAlphaVantageNote : kAlphaVantageDaily);
+    if (provider == QLatin1String("twelvedata"))
+        return HttpResponse::json(kTwelveDataCredits);
+    if (provider == QLatin1String("fmp"))
+        return HttpResponse::json(kFmpLimit);
+    return rateLimitReply(provider);
+}
+
+} // namespace
+
+QString Fault::name() const
+{
+    switch (kind) {
+    case FaultKind::None:
+        return QStringLiteral("none");
+    case FaultKind::RateLimited:
+        return QStringLiteral("429");
+    case FaultKind::Unavailable:
+        return QStringLiteral("5xx");
+    case FaultKind::Limit:
+        return QStringLiteral("limit");
+    case FaultKind::Note:
+        return QStringLiteral("note");
+    case FaultKind::Malformed:
+        return QStringLiteral("malformed");
+    case FaultKind::Slow:
+        return QStringLiteral("slow:%1").arg(delayMs);
+    case FaultKind::Silent:
+        return QStringLiteral("silent");
+    }
+    return {};
+}
+
+std::optional<Fault> Fault::parse(const QString &text)
+{
+    const QString kind = text.trimmed().toLower();
+    static const QHash<QString, FaultKind> kinds{
+            {QStringLiteral("none"), FaultKind::None},
+            {QStringLiteral("429"), FaultKind::RateLimited},
+            {QStringLiteral("5xx"), FaultKind::Unavailable},
+            {QStringLiteral("503"), FaultKind::Unavailable},
+            {QStringLiteral("limit"), FaultKind::Limit},
+            {QStringLiteral("note"), FaultKind::Note},
+            {QStringLiteral("malformed"), FaultKind::Malformed},
+            {QStringLiteral("silent"), FaultKind::Silent},
+    };
+    if (const auto found = kinds.constFind(kind); found != kinds.cend())
+        return Fault{*found, 0};
+    if (kind.startsWith(QLatin1String("slow:"))) {
+        bool ok = false;
+        const int delay = kind.mid(5).toInt(&ok);
+        if (ok && delay >= 0 && delay <= kMaxSlowMs)
+            return Fault{FaultKind::Slow, delay};
+    }
+    return std::nullopt;
+}
+
+const QStringList &simulatedProviders()
+{
+    static const QStringList providers{"yahoo",      "brapi", "binance",      "finnhub",
+                                       "twelvedata", "fmp",   "alpha_vantage"};
+    return providers;
+}
+
+bool FaultBoard::set(const QString &provider, const Fault &fault)
+{
+    if (provider != kAll && !simulatedProviders().contains(provider))
+        return false;
+    for (const QString &id : simulatedProviders()) {
+        if (provider != kAll && id != provider)
+            continue;
+        if (fault.kind == FaultKind::None)
+            m_faults.remove(id);
+        else
+            m_faults.insert(id, fault);
+    }
+    return true;
+}
+
+QString FaultBoard::apply(const QString &setting)
+{
+    const qsizetype equals = setting.indexOf(QLatin1Char('='));
+    if (equals < 0)
+        return QStringLiteral("expected provider=kind, got \"%1\"").arg(setting);
+    const QString provider = setting.left(equals).trimmed().toLower();
+    const std::optional<Fault> fault = Fault::parse(setting.mid(equals + 1));
+    if (!fault)
+        return QStringLiteral("unknown fault \"%1\" (none, 429, 5xx, limit, note, malformed, "
+                              "slow:<ms>, silent)")
+                .arg(setting.mid(equals + 1));
+    if (!set(provider, *fault))
+        return QStringLiteral("unknown provider \"%1\" (%2 or all)")
+                .arg(provider, simulatedProviders().join(QStringLiteral(", ")));
+    return {};
+}
+
+QList<QPair<QString, Fault>> FaultBoard::active() const
+{
+    QList<QPair<QString, Fault>> faults;
+    for (const QString &id : simulatedProviders()) {
+        if (m_faults.contains(id))
+            faults.append({id, m_faults.value(id)});
+    }
+    return faults;
+}
+
+HttpResponse faultyReply(const QString &provider, const Fault &fault,
+                         const std::function<HttpResponse()> &usual)
+{
+    switch (fault.kind) {
+    case FaultKind::None:
+        break;
+    case FaultKind::RateLimited:
+        return rateLimitReply(provider);
+    case FaultKind::Unavailable:
+        return HttpResponse::html(unavailablePage(provider), 503);
+    case FaultKind::Limit:
+    case FaultKind::Note:
+        return limitReply(provider, fault.kind);
+    case FaultKind::Malformed: {
+        // Any proper beginning of a JSON object or array fails to parse.
+        HttpResponse response = usual();
+        response.status = 200;
+        response.body = response.body.trimmed();
+        response.body.truncate(response.body.size() / 2);
+        return response;
+    }
+    case FaultKind::Slow: {
+        HttpResponse response = usual();
+        response.delayMs = fault.delayMs;
+        return response;
+    }
+    case FaultKind::Silent: {
+        HttpResponse response;
+        response.silent = true;
+        return response;
+    }
+    }
+    return usual();
+}

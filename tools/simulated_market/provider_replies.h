@@ -1,0 +1,70 @@
+#pragma once
+
+#include "simulated_market/http_server.h"
+#include "simulated_market/instruments.h"
+#include "simulated_market/price_walk.h"
+
+#include <QLocale>
+#include <QString>
+#include <QtGlobal>
+
+#include <cmath>
+
+// The replies of each simulated provider, in the shape the real service gives them: key names and
+// order, numbers as numbers or as strings with the service's decimals, and the service's own way of
+// saying it does not know a symbol.
+
+struct MarketContext
+{
+    const PriceWalk &walk;
+    const InstrumentCatalogue &catalogue;
+    qint64 step; // every price of one reply is taken at this step
+
+    qint64 now() const { return walk.epochSecondsOf(step); }
+};
+
+inline int priceDecimals(const Instrument &instrument)
+{
+    return instrumentProfile(instrument.symbol).priceDecimals;
+}
+
+inline double roundTo(double value, int decimals)
+{
+    const double scale = std::pow(10.0, decimals);
+    return std::round(value * scale) / scale;
+}
+
+// "147.48 - 150.395": the shortest form of each end.
+inline QString priceRange(double low, double high, int decimals)
+{
+    const auto text = [decimals](double value) {
+        return QString::number(roundTo(value, decimals), 'f', QLocale::FloatingPointShortest);
+    };
+    return text(low) + QStringLiteral(" - ") + text(high);
+}
+
+// The day with its prices rounded to the instrument's decimals, so that changes computed from it
+// agree with the prices shown beside them.
+inline DaySummary roundedDay(const MarketContext &market, const Instrument &instrument)
+{
+    const int decimals = priceDecimals(instrument);
+    DaySummary day = market.walk.day(instrument.symbol, market.step);
+    for (double *price : {&day.price, &day.open, &day.high, &day.low, &day.previousClose})
+        *price = roundTo(*price, decimals);
+    day.volume = std::round(day.volume);
+    return day;
+}
+
+// Yahoo Finance
+HttpResponse yahooChartReply(const MarketContext &market, const HttpRequest &request);
+HttpResponse yahooQuoteReply(const MarketContext &market, const HttpRequest &request);
+
+// BrAPI and Binance
+HttpResponse brapiQuoteReply(const MarketContext &market, const HttpRequest &request);
+HttpResponse binanceTickerReply(const MarketContext &market, const HttpRequest &request);
+
+// The keyed services
+HttpResponse finnhubQuoteReply(const MarketContext &market, const HttpRequest &request);
+HttpResponse twelveDataQuoteReply(const MarketContext &market, const HttpRequest &request);
+HttpResponse fmpQuoteReply(const MarketContext &market, const HttpRequest &request);
+HttpResponse alphaVantageReply(const MarketContext &market, const HttpRequest &request);

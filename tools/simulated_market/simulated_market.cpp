@@ -1,0 +1,140 @@
+#include "simulated_market/simulated_market.h"
+
+#include "simulated_market/json_text.h"
+#include "simulated_market/provider_replies.h"
+
+#include <utility>
+
+namespace {
+
+using Answer = HttpResponse (*)(const MarketContext &, const HttpRequest &);
+
+struct Route
+{
+    const char *path;
+    bool prefix; // the path continues with a symbol
+    const char *provider;
+    Answer answer;
+};
+
+constexpr Route kRoutes[] = {
+        {"/v8/finance/chart/", true, "yahoo", yahooChartReply},
+        {"/v7/finance/quote", false, "yahoo", yahooQuoteReply},
+        {"/api/quote/", true, "brapi", brapiQuoteReply},
+        {"/api/v3/ticker/24hr", false, "binance", binanceTickerReply},
+        {"/api/v1/quote", false, "finnhub", finnhubQuoteReply},
+        {"/quote", false, "twelvedata", twelveDataQuoteReply},
+        {"/api/v3/quote/", true, "fmp", fmpQuoteReply},
+        {"/query", false, "alpha_vantage", alphaVantageReply},
+};
+
+// Whose API a path belongs to, simulated or not, so a provider's faults cover all of it. The
+// first matching prefix wins.
+constexpr std::pair<const char *, const char *> kProviderPaths[] = {
+        {"/v1/finance/", "yahoo"}, {"/v6/finance/", "yahoo"},   {"/v7/finance/", "yahoo"},
+        {"/v8/finance/", "yahoo"}, {"/v10/finance/", "yahoo"},  {"/rss/", "yahoo"},
+        {"/api/v3/quote/", "fmp"}, {"/stable/", "fmp"},         {"/api/v3/", "binance"},
+        {"/api/v1/", "finnhub"},   {"/api/", "brapi"},          {"/time_series", "twelvedata"},
+        {"/price", "twelvedata"},  {"/query", "alpha_vantage"},
+};
+
+const Route *routeOf(const QByteArray &path)
+{
+    for (const Route &route : kRoutes) {
+        if (route.prefix ? path.startsWith(route.path) : path == route.path)
+            return &route;
+    }
+    return nullptr;
+}
+
+QString providerOfPath(const QByteArray &path)
+{
+    if (const Route *route = routeOf(path))
+        return QLatin1String(route->provider);
+    for (const auto &[prefix, provider] : kProviderPaths) {
+        if (path.startsWith(prefix))
+            return QLatin1String(provider);
+    }
+    return {};
+}
+
+HttpResponse notSimulated()
+{
+    return HttpResponse::json(R"({"error":"not simulated"})", 404);
+}
+
+} // namespace
+
+SimulatedMarket::SimulatedMarket(quint64 seed, Clock clock, QObject *parent)
+    : QObject(parent)
+    , m_walk(seed, std::move(clock))
+    , m_server([this](const HttpRequest &request) { return respond(request); })
+{
+    connect(&m_server, &HttpServer::answered, this, [this](const HttpRequest &request, int status) {
+        QString target = QString::fromLatin1(request.path);
+        if (!request.rawQuery.isEmpty())
+            target += QLatin1Char('?') + QString::fromLatin1(request.rawQuery);
+        emit served(QStringLiteral("%1 %2 -> %3")
+                            .arg(QString::fromLatin1(request.method), target,
+                                 status ? QString::number(status) : QStringLiteral("(held back)")));
+    });
+}
+
+bool SimulatedMarket::listen(quint16 port)
+{
+    return m_server.listen(port);
+}
+
+QString SimulatedMarket::baseUrl() const
+{
+    return QStringLiteral("http://127.0.0.1:%1").arg(port());
+}
+
+QString SimulatedMarket::applyFault(const QString &setting)
+{
+    return m_faults.apply(setting);
+}
+
+HttpResponse SimulatedMarket::respond(const HttpRequest &request)
+{
+    if (request.path.startsWith("/__sim/"))
+        return control(request);
+    if (request.method != "GET" && request.method != "HEAD")
+        return notSimulated();
+    const Route *route = routeOf(request.path);
+    const QString provider = providerOfPath(request.path);
+    const auto usual = [this, route, &request] {
+        if (!route)
+            return notSimulated();
+        const MarketContext market{m_walk, m_catalogue, m_walk.currentStep()};
+        return route->answer(market, request);
+    };
+    const Fault fault = provider.isEmpty() ? Fault() : m_faults.faultOf(provider);
+    return fault.kind == FaultKind::None ? usual() : faultyReply(provider, fault, usual);
+}
+
+HttpResponse SimulatedMarket::control(const HttpRequest &request)
+{
+    if (request.path == "/__sim/health") {
+        return HttpResponse::json(OrderedJson()
+                                          .boolean("ok", true)
+                                          .raw("seed", QByteArray::number(m_walk.seed()))
+                                          .toJson());
+    }
+    if (request.path != "/__sim/fault")
+        return notSimulated();
+    const QString provider = request.queryItem(QStringLiteral("provider"));
+    const QString kind = request.queryItem(QStringLiteral("kind"));
+    if (!provider.isNull() || !kind.isNull()) {
+        const QString problem = m_faults.apply(provider + QLatin1Char('=') + kind);
+        if (!problem.isEmpty()) {
+            return HttpResponse::json(
+                    OrderedJson().boolean("ok", false).text("error", problem).toJson(), 400);
+        }
+    }
+    OrderedJson faults;
+    for (const auto &[id, fault] : m_faults.active())
+        faults.text(id.toLatin1().constData(), fault.name());
+    return HttpResponse::json(
+            OrderedJson().boolean("ok", true).raw("faults", faults.toJson()).toJson());
+}

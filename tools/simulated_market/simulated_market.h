@@ -1,0 +1,56 @@
+#pragma once
+
+#include "app/clock.h"
+#include "simulated_market/http_server.h"
+#include "simulated_market/instruments.h"
+#include "simulated_market/market_faults.h"
+#include "simulated_market/price_walk.h"
+
+#include <QObject>
+#include <QString>
+
+// The market-data providers the terminal calls, played on one loopback port: Yahoo's chart and
+// batch quote, BrAPI's quote, Binance's 24-hour ticker, and the quotes of Finnhub, Twelve Data,
+// Financial Modeling Prep and Alpha Vantage, each in its real reply shape and priced from one
+// seeded PriceWalk. Point every QRL_ENDPOINT_* variable at baseUrl() and the terminal runs
+// without the internet.
+//
+// Two control paths sit beside them:
+//   GET /__sim/health                                -> {"ok":true,"seed":42}
+//   GET /__sim/fault?provider=finnhub&kind=429       -> switches a fault (kind=none clears it);
+//                                                       without items it lists the active ones.
+class SimulatedMarket : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit SimulatedMarket(quint64 seed = 42, Clock clock = systemClock(),
+                             QObject *parent = nullptr);
+
+    // Listens on 127.0.0.1; port 0 lets the system pick one.
+    bool listen(quint16 port = 0);
+    quint16 port() const { return m_server.port(); }
+    QString baseUrl() const;
+    QString errorString() const { return m_server.errorString(); }
+
+    quint64 seed() const { return m_walk.seed(); }
+    const PriceWalk &prices() const { return m_walk; }
+    const InstrumentCatalogue &catalogue() const { return m_catalogue; }
+
+    // "finnhub=429", "all=none"; an explanation when the setting cannot be used, else empty.
+    QString applyFault(const QString &setting);
+    Fault faultOf(const QString &provider) const { return m_faults.faultOf(provider); }
+
+signals:
+    // One line per request: "GET /api/v1/quote?symbol=AAPL&token=… -> 200".
+    void served(const QString &line);
+
+private:
+    HttpResponse respond(const HttpRequest &request);
+    HttpResponse control(const HttpRequest &request);
+
+    PriceWalk m_walk;
+    InstrumentCatalogue m_catalogue;
+    FaultBoard m_faults;
+    HttpServer m_server;
+};

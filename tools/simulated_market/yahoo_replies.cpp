@@ -1,0 +1,288 @@
+#include "simulated_market/chart_ranges.h"
+#include "simulated_market/exchange_info.h"
+#include "simulated_market/hashing.h"
+#include "simulated_market/json_text.h"
+#include "simulated_market/provider_replies.h"
+
+#include <QSet>
+
+#include <algorithm>
+
+namespace {
+
+// About one bar in 150 carries no trades: Yahoo writes null at its index in every array.
+constexpr quint64 kEmptyBarOdds = 150;
+
+HttpResponse chartError(int status, const char *code, const QString &description)
+{
+    const QByteArray error = OrderedJson()
+                                     .text("code", QLatin1String(code))
+                                     .text("description", description)
+                                     .toJson();
+    return HttpResponse::json(
+            OrderedJson()
+                    .raw("chart", OrderedJson().null("result").raw("error", error).toJson())
+                    .toJson(),
+            status);
+}
+
+QString bracketed(const QStringList &items)
+{
+    return QLatin1Char('[') + items.join(QStringLiteral(", ")) + QLatin1Char(']');
+}
+
+// Yahoo's bars carry the noise of single-precision floats: 74.05999755859375.
+QByteArray barPrice(double value, int decimals)
+{
+    return json::number(double(float(roundTo(value, decimals))));
+}
+
+QByteArray tradingPeriod(const ZoneTime &zone, qint64 start, qint64 end)
+{
+    return OrderedJson()
+            .text("timezone", zone.abbreviation)
+            .integer("start", start)
+            .integer("end", end)
+            .integer("gmtoffset", zone.offsetSeconds)
+            .toJson();
+}
+
+QByteArray currentTradingPeriod(const ExchangeInfo &exchange, const ZoneTime &zone, qint64 now)
+{
+    const qint64 open = localMinuteOfDay(exchange.timezoneName, now, exchange.sessionOpenMinute);
+    const qint64 close = localMinuteOfDay(exchange.timezoneName, now, exchange.sessionCloseMinute);
+    const bool wholeDay = exchange.sessionCloseMinute - exchange.sessionOpenMinute >= 24 * 60;
+    const qint64 preStart = wholeDay ? open : open - 5 * 3600 - 1800;
+    const qint64 postEnd = wholeDay ? close : close + 4 * 3600;
+    return OrderedJson()
+            .raw("pre", tradingPeriod(zone, preStart, open))
+            .raw("regular", tradingPeriod(zone, open, close))
+            .raw("post", tradingPeriod(zone, close, postEnd))
+            .toJson();
+}
+
+struct ChartBars
+{
+    QList<QByteArray> timestamps, open, high, low, close, volume;
+};
+
+ChartBars chartBars(const MarketContext &market, const Instrument &instrument,
+                    const QList<qint64> &openings)
+{
+    const int decimals = priceDecimals(instrument);
+    const quint64 key = mix64(market.walk.seed(), textHash(instrument.symbol));
+    ChartBars bars;
+    for (qsizetype i = 0; i < openings.size(); ++i) {
+        bars.timestamps.append(json::integer(openings.at(i)));
+        const bool last = i + 1 == openings.size();
+        if (!last && openings.size() > 2 &&
+            mix64(key, quint64(openings.at(i))) % kEmptyBarOdds == 0) {
+            for (QList<QByteArray> *values :
+                 {&bars.open, &bars.high, &bars.low, &bars.close, &bars.volume})
+                values->append(json::kNull);
+            continue;
+        }
+        const qint64 from = market.walk.stepOf(openings.at(i));
+        const qint64 to = last ? market.step : market.walk.stepOf(openings.at(i + 1));
+        const PriceBar bar = market.walk.bar(instrument.symbol, from, std::max(from, to));
+        bars.open.append(barPrice(bar.open, decimals));
+        bars.high.append(barPrice(bar.high, decimals));
+        bars.low.append(barPrice(bar.low, decimals));
+        bars.close.append(barPrice(bar.close, decimals));
+        bars.volume.append(
+                json::integer(instrument.kind == InstrumentKind::Forex ? 0 : qint64(bar.volume)));
+    }
+    return bars;
+}
+
+QByteArray chartResult(const MarketContext &market, const Instrument &instrument,
+                       const QString &symbol, const QString &range, const QString &interval)
+{
+    const qint64 now = market.now();
+    const QList<qint64> openings = barOpenings(range, interval, now);
+    const ExchangeInfo exchange = exchangeInfo(instrument);
+    const ZoneTime zone = zoneTime(exchange.timezoneName, now);
+    const DaySummary day = roundedDay(market, instrument);
+    const YearStats year = market.walk.year(instrument.symbol, market.step);
+    const int decimals = priceDecimals(instrument);
+    const double chartPreviousClose =
+            market.walk.price(instrument.symbol, market.walk.stepOf(openings.first()) - 1);
+    const bool traded = instrument.kind != InstrumentKind::Forex;
+
+    const QByteArray meta =
+            OrderedJson()
+                    .text("currency", instrument.currency)
+                    .text("symbol", symbol)
+                    .text("exchangeName", exchange.exchangeName)
+                    .text("fullExchangeName", exchange.fullExchangeName)
+                    .text("instrumentType", exchange.quoteType)
+                    .integer("firstTradeDate", firstTradeDate(instrument))
+                    .integer("regularMarketTime", now)
+                    .boolean("hasPrePostMarketData", exchange.quoteType == QLatin1String("EQUITY"))
+                    .integer("gmtoffset", zone.offsetSeconds)
+                    .text("timezone", zone.abbreviation)
+                    .text("exchangeTimezoneName", exchange.timezoneName)
+                    .number("regularMarketPrice", day.price, decimals)
+                    .number("fiftyTwoWeekHigh", year.high, decimals)
+                    .number("fiftyTwoWeekLow", year.low, decimals)
+                    .number("regularMarketDayHigh", day.high, decimals)
+                    .number("regularMarketDayLow", day.low, decimals)
+                    .integer("regularMarketVolume", traded ? qint64(day.volume) : 0)
+                    .text("longName", instrument.longName)
+                    .text("shortName", instrument.shortName)
+                    .number("chartPreviousClose", chartPreviousClose, decimals)
+                    .number("previousClose", day.previousClose, decimals)
+                    .integer("scale", 3)
+                    .integer("priceHint", decimals)
+                    .raw("currentTradingPeriod", currentTradingPeriod(exchange, zone, now))
+                    .text("dataGranularity", interval)
+                    .text("range", range)
+                    .raw("validRanges", json::stringArray(chartRanges()))
+                    .toJson();
+
+    const ChartBars bars = chartBars(market, instrument, openings);
+    const QByteArray quote = OrderedJson()
+                                     .raw("open", json::array(bars.open))
+                                     .raw("high", json::array(bars.high))
+                                     .raw("low", json::array(bars.low))
+                                     .raw("close", json::array(bars.close))
+                                     .raw("volume", json::array(bars.volume))
+                                     .toJson();
+    return OrderedJson()
+            .raw("meta", meta)
+            .raw("timestamp", json::array(bars.timestamps))
+            .raw("indicators", OrderedJson().raw("quote", json::array({quote})).toJson())
+            .toJson();
+}
+
+QByteArray quoteResult(const MarketContext &market, const Instrument &instrument,
+                       const QString &symbol)
+{
+    const qint64 now = market.now();
+    const ExchangeInfo exchange = exchangeInfo(instrument);
+    const ZoneTime zone = zoneTime(exchange.timezoneName, now);
+    const DaySummary day = roundedDay(market, instrument);
+    const YearStats year = market.walk.year(instrument.symbol, market.step);
+    const int decimals = priceDecimals(instrument);
+    const double tick = std::pow(10.0, -decimals);
+    const bool traded = instrument.kind != InstrumentKind::Forex;
+    const qint64 volume = traded ? qint64(day.volume) : 0;
+
+    OrderedJson result;
+    result.text("language", QStringLiteral("en-US"))
+            .text("region", QStringLiteral("US"))
+            .text("quoteType", exchange.quoteType)
+            .text("quoteSourceName", exchange.market == QLatin1String("us_market")
+                                             ? QStringLiteral("Nasdaq Real Time Price")
+                                             : QStringLiteral("Delayed Quote"))
+            .boolean("triggerable", true)
+            .text("currency", instrument.currency)
+            .text("marketState", QStringLiteral("REGULAR"))
+            .integer("firstTradeDateMilliseconds", firstTradeDate(instrument) * 1000)
+            .integer("priceHint", decimals)
+            .number("regularMarketChange", day.change(), decimals + 4)
+            .number("regularMarketChangePercent", day.changePercent(), 7)
+            .integer("regularMarketTime", now)
+            .number("regularMarketPrice", day.price, decimals)
+            .number("regularMarketDayHigh", day.high, decimals)
+            .text("regularMarketDayRange", priceRange(day.low, day.high, decimals))
+            .number("regularMarketDayLow", day.low, decimals)
+            .integer("regularMarketVolume", volume)
+            .number("regularMarketPreviousClose", day.previousClose, decimals)
+            .number("bid", day.price - tick, decimals)
+            .number("ask", day.price + tick, decimals)
+            .integer("bidSize", traded ? 10 + qint64(volume % 30) : 0)
+            .integer("askSize", traded ? 10 + qint64((volume / 7) % 30) : 0)
+            .text("fullExchangeName", exchange.fullExchangeName)
+            .number("regularMarketOpen", day.open, decimals)
+            .integer("averageDailyVolume3Month", traded ? qint64(day.volume * 0.97) : 0)
+            .integer("averageDailyVolume10Day", traded ? qint64(day.volume * 1.02) : 0)
+            .number("fiftyTwoWeekLow", year.low, decimals)
+            .number("fiftyTwoWeekHigh", year.high, decimals)
+            .text("fiftyTwoWeekRange", priceRange(year.low, year.high, decimals))
+            .number("fiftyDayAverage", year.average50, decimals + 1)
+            .number("twoHundredDayAverage", year.average200, decimals + 1)
+            .text("shortName", instrument.shortName)
+            .text("longName", instrument.longName)
+            .text("exchange", exchange.exchangeName)
+            .text("market", exchange.market)
+            .text("exchangeTimezoneName", exchange.timezoneName)
+            .text("exchangeTimezoneShortName", zone.abbreviation)
+            .integer("gmtOffSetMilliseconds", qint64(zone.offsetSeconds) * 1000)
+            .boolean("esgPopulated", false)
+            .boolean("tradeable", false)
+            .integer("sourceInterval", 15)
+            .integer("exchangeDataDelayedBy", 0)
+            .text("symbol", symbol);
+    return result.toJson();
+}
+
+} // namespace
+
+// GET /v8/finance/chart/<symbol>?range=..&interval=..
+HttpResponse yahooChartReply(const MarketContext &market, const HttpRequest &request)
+{
+    const QString symbol = request.pathAfter("/v8/finance/chart/").trimmed().toUpper();
+    const Instrument *instrument = market.catalogue.fromYahoo(symbol);
+    if (!instrument)
+        return chartError(404, "Not Found",
+                          QStringLiteral("No data found, symbol may be delisted"));
+    const QString interval = request.hasQueryItem(QStringLiteral("interval"))
+                                     ? request.queryItem(QStringLiteral("interval"))
+                                     : QStringLiteral("1d");
+    const QString range = request.hasQueryItem(QStringLiteral("range"))
+                                  ? request.queryItem(QStringLiteral("range"))
+                                  : QStringLiteral("1mo");
+    if (!chartIntervals().contains(interval)) {
+        return chartError(400, "Bad Request",
+                          QStringLiteral("Invalid input - interval=%1 is not supported. Valid "
+                                         "intervals: %2")
+                                  .arg(interval, bracketed(chartIntervals())));
+    }
+    if (!chartRanges().contains(range)) {
+        return chartError(400, "Bad Request",
+                          QStringLiteral("Invalid input - range=%1 is not supported. Valid "
+                                         "ranges: %2")
+                                  .arg(range, bracketed(chartRanges())));
+    }
+    const QByteArray result = chartResult(market, *instrument, symbol, range, interval);
+    return HttpResponse::json(
+            OrderedJson()
+                    .raw("chart",
+                         OrderedJson().raw("result", json::array({result})).null("error").toJson())
+                    .toJson());
+}
+
+// GET /v7/finance/quote?symbols=A,B,C: unknown symbols are left out without a word.
+HttpResponse yahooQuoteReply(const MarketContext &market, const HttpRequest &request)
+{
+    const QString symbols = request.queryItem(QStringLiteral("symbols"));
+    if (symbols.trimmed().isEmpty()) {
+        const QByteArray error =
+                OrderedJson()
+                        .text("code", QStringLiteral("Bad Request"))
+                        .text("description",
+                              QStringLiteral("Missing required query parameter=symbols"))
+                        .toJson();
+        return HttpResponse::json(
+                OrderedJson()
+                        .raw("finance", OrderedJson().null("result").raw("error", error).toJson())
+                        .toJson(),
+                400);
+    }
+    QList<QByteArray> results;
+    QSet<QString> seen;
+    for (const QString &part : symbols.split(QLatin1Char(','))) {
+        const QString symbol = part.trimmed().toUpper();
+        if (symbol.isEmpty() || seen.contains(symbol))
+            continue;
+        seen.insert(symbol);
+        if (const Instrument *instrument = market.catalogue.fromYahoo(symbol))
+            results.append(quoteResult(market, *instrument, symbol));
+    }
+    return HttpResponse::json(
+            OrderedJson()
+                    .raw("quoteResponse",
+                         OrderedJson().raw("result", json::array(results)).null("error").toJson())
+                    .toJson());
+}

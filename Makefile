@@ -3,7 +3,7 @@ BUILD_DIR  ?= build
 BUILD_TYPE ?= Release
 JOBS       ?= $(shell nproc)
 
-.PHONY: all deps configure build run test fuzz format clean
+.PHONY: all deps configure build run demo test fuzz format clean
 
 all: build
 
@@ -20,6 +20,11 @@ build: configure
 
 run: build
 	$(BUILD_DIR)/querlin-terminal
+
+# The terminal against the simulated market on 127.0.0.1 (no internet needed); SIM_ARGS go to the
+# market, e.g. SIM_ARGS="--fault finnhub=429".
+demo: build
+	@BUILD_DIR=$(BUILD_DIR) scripts/demo
 
 test: build
 	@cd $(BUILD_DIR) && QT_QPA_PLATFORM=offscreen \

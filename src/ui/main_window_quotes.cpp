@@ -7,6 +7,8 @@
 #include <QStatusBar>
 #include <QTimer>
 
+#include <cmath>
+
 namespace {
 
 constexpr int kQuoteRefreshMs = 15000;

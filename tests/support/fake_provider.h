@@ -1,17 +1,13 @@
 #pragma once
 
+#include "loopback_http/http_server.h"
+
 #include <QByteArray>
 #include <QHash>
 #include <QList>
 #include <QObject>
 #include <QPair>
 #include <QString>
-#include <QTcpServer>
-
-#include <memory>
-#include <unordered_map>
-
-class QTcpSocket;
 
 // A small HTTP server on the loopback interface that stands in for the market-data services, so
 // the terminal's requests can be tested without the internet. A test uses it like this:
@@ -35,10 +31,10 @@ class QTcpSocket;
 // gets a 404 with {"error":"no scripted reply"}. Every request is recorded in arrival order, as
 // sent, for the test to inspect afterwards.
 //
-// It speaks just enough HTTP/1.1 for QNetworkAccessManager: keep-alive connections, request bodies
-// with a Content-Length, requests split across reads. Chunked request bodies are not supported
-// (they get a 501 and the connection is closed) and a request with more than 1 MiB of headers or
-// body simply gets its connection closed.
+// The HTTP itself is the loopback server's (loopback_http/http_server.h): keep-alive connections,
+// request bodies with a Content-Length, requests split across reads. Chunked request bodies are not
+// supported (they are recorded, get a 501 and the connection is closed) and a request with more
+// than 64 KiB of headers or 1 MiB of body simply gets its connection closed.
 //
 // Note that Qt sends a request once more when its connection closes before any reply, so a
 // CloseWithoutReply set with setReply() is recorded twice for one request; queue it instead, ahead
@@ -122,19 +118,11 @@ signals:
     void requestReceived(int index);
 
 private:
-    struct Connection;
-
-    void acceptConnections();
-    void readFrom(QTcpSocket *socket);
-    void serveWaitingRequests(QTcpSocket *socket);
-    void answer(QTcpSocket *socket, const FakeReply &reply, bool closeAfter, bool withBody);
-    void forget(QTcpSocket *socket);
-    Connection *connectionOf(QTcpSocket *socket) const;
+    void record(const HttpRequest &request);
+    HttpResponse respond(const HttpRequest &request);
     FakeReply takeReply(const QByteArray &path);
 
-    QTcpServer m_server;
-    std::unordered_map<QTcpSocket *, std::unique_ptr<Connection>> m_connections;
-    int m_connectionsOpened = 0;
+    HttpServer m_server;
     QHash<QByteArray, FakeReply> m_replies;
     QHash<QByteArray, QList<FakeReply>> m_queuedReplies;
     QList<RecordedRequest> m_requests;

@@ -200,7 +200,7 @@ HttpResponse faultyReply(const QString &provider, const Fault &fault,
     }
     case FaultKind::Silent: {
         HttpResponse response;
-        response.silent = true;
+        response.mode = HttpResponse::Mode::Silent;
         return response;
     }
     }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "simulated_market/http_server.h"
+#include "loopback_http/http_server.h"
 
 #include <QHash>
 #include <QList>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "app/clock.h"
-#include "simulated_market/http_server.h"
+#include "loopback_http/http_server.h"
 #include "simulated_market/instruments.h"
 #include "simulated_market/market_faults.h"
 #include "simulated_market/price_walk.h"

@@ -1,4 +1,4 @@
-#include "simulated_market/http_server.h"
+#include "loopback_http/http_server.h"
 
 #include <QDateTime>
 #include <QHostAddress>
@@ -19,16 +19,42 @@ bool sameName(const QByteArray &a, const QByteArray &b)
     return a.compare(b, Qt::CaseInsensitive) == 0;
 }
 
-QByteArray reasonPhrase(int status)
+QByteArray firstHeader(const HeaderList &headers, const QByteArray &name)
+{
+    for (const auto &[headerName, value] : headers) {
+        if (sameName(headerName, name))
+            return value;
+    }
+    return {};
+}
+
+// Whether a Connection header among these carries the "close" option.
+bool asksToClose(const HeaderList &headers)
+{
+    for (const auto &[name, value] : headers) {
+        if (!sameName(name, "Connection"))
+            continue;
+        for (const QByteArray &option : value.split(',')) {
+            if (sameName(option.trimmed(), "close"))
+                return true;
+        }
+    }
+    return false;
+}
+
+QByteArray usualReason(int status)
 {
     static constexpr std::pair<int, const char *> kReasons[] = {
             {200, "OK"},
             {400, "Bad Request"},
             {401, "Unauthorized"},
             {402, "Payment Required"},
+            {403, "Forbidden"},
             {404, "Not Found"},
+            {418, "I'm a teapot"},
             {422, "Unprocessable Entity"},
             {429, "Too Many Requests"},
+            {451, "Unavailable For Legal Reasons"},
             {500, "Internal Server Error"},
             {501, "Not Implemented"},
             {503, "Service Unavailable"},
@@ -55,16 +81,28 @@ QString decodeQueryPart(QByteArray part)
     return QString::fromUtf8(QByteArray::fromPercentEncoding(part));
 }
 
+// Whether a status line goes out for this response.
+bool answers(HttpResponse::Mode mode)
+{
+    return mode == HttpResponse::Mode::Answer || mode == HttpResponse::Mode::CloseMidBody;
+}
+
+// One request taken from the front of what a connection received.
+struct ParsedRequest
+{
+    HttpRequest request;
+    qsizetype size = 0;      // bytes it took up
+    bool closeAfter = false; // the client does not want the connection kept
+    bool chunked = false;    // its body is chunked, so where it ends is unknown
+};
+
 enum class Parse {
     Incomplete,
     Complete,
-    Invalid,
-    Chunked
+    Invalid
 };
 
-// Takes one request off the front of `received`; `size` is how many bytes it took up.
-Parse parseRequest(const QByteArray &received, HttpRequest &request, qsizetype &size,
-                   bool &closeAfter)
+Parse parseRequest(const QByteArray &received, ParsedRequest &parsed)
 {
     const qsizetype headEnd = received.indexOf("\r\n\r\n");
     if (headEnd < 0)
@@ -78,9 +116,10 @@ Parse parseRequest(const QByteArray &received, HttpRequest &request, qsizetype &
             line.chop(1);
     }
     const QList<QByteArray> requestLine = lines.takeFirst().split(' ');
-    if (requestLine.size() != 3 || !requestLine[1].startsWith('/') ||
+    if (requestLine.size() != 3 || requestLine[0].isEmpty() || !requestLine[1].startsWith('/') ||
         !requestLine[2].startsWith("HTTP/1."))
         return Parse::Invalid;
+    HttpRequest &request = parsed.request;
     request.method = requestLine[0];
     const QByteArray &target = requestLine[1];
     const qsizetype question = target.indexOf('?');
@@ -93,13 +132,6 @@ Parse parseRequest(const QByteArray &received, HttpRequest &request, qsizetype &
         request.headers.append({line.left(colon).trimmed(), line.mid(colon + 1).trimmed()});
     }
 
-    const QByteArray connection = request.header("Connection");
-    closeAfter = requestLine[2] == "HTTP/1.0" ? !sameName(connection, "keep-alive")
-                                              : sameName(connection, "close");
-    if (!request.header("Transfer-Encoding").isEmpty()) {
-        size = headEnd + 4;
-        return Parse::Chunked;
-    }
     qsizetype bodySize = 0;
     const QByteArray contentLength = request.header("Content-Length");
     if (!contentLength.isEmpty()) {
@@ -108,9 +140,19 @@ Parse parseRequest(const QByteArray &received, HttpRequest &request, qsizetype &
         if (!ok || bodySize < 0 || bodySize > kMaxBodyBytes)
             return Parse::Invalid;
     }
-    if (received.size() < headEnd + 4 + bodySize)
+    parsed.chunked = !request.header("Transfer-Encoding").isEmpty();
+    if (parsed.chunked)
+        bodySize = 0;
+
+    const qsizetype bodyStart = headEnd + 4;
+    if (received.size() < bodyStart + bodySize)
         return Parse::Incomplete;
-    size = headEnd + 4 + bodySize;
+    request.body = received.mid(bodyStart, bodySize);
+    parsed.size = bodyStart + bodySize;
+    const bool keepAliveByDefault = requestLine[2] != "HTTP/1.0";
+    parsed.closeAfter =
+            asksToClose(request.headers) ||
+            (!keepAliveByDefault && !sameName(request.header("Connection"), "keep-alive"));
     return Parse::Complete;
 }
 
@@ -118,11 +160,7 @@ Parse parseRequest(const QByteArray &received, HttpRequest &request, qsizetype &
 
 QByteArray HttpRequest::header(const QByteArray &name) const
 {
-    for (const auto &[headerName, value] : headers) {
-        if (sameName(headerName, name))
-            return value;
-    }
-    return {};
+    return firstHeader(headers, name);
 }
 
 QString HttpRequest::queryItem(const QString &name) const
@@ -167,6 +205,11 @@ HttpResponse HttpResponse::html(const QByteArray &body, int status)
     return response;
 }
 
+QByteArray HttpResponse::reasonPhrase() const
+{
+    return reason.isEmpty() ? usualReason(status) : reason;
+}
+
 HttpServer::HttpServer(Handler handler, QObject *parent)
     : QObject(parent)
     , m_handler(std::move(handler))
@@ -194,7 +237,9 @@ bool HttpServer::listen(quint16 port)
 void HttpServer::acceptConnections()
 {
     while (QTcpSocket *socket = m_server.nextPendingConnection()) {
-        m_connections.insert(socket, Connection());
+        Connection connection;
+        connection.number = ++m_connectionsOpened;
+        m_connections.insert(socket, connection);
         connect(socket, &QTcpSocket::readyRead, this, [this, socket] {
             const auto found = m_connections.find(socket);
             if (found == m_connections.end())
@@ -207,47 +252,47 @@ void HttpServer::acceptConnections()
 }
 
 // Answers the complete requests at the front of what the connection received, one after the
-// other, until one of them is held back.
+// other, until one of them is held back. Closing a socket can drop its connection at once, and so
+// can whoever listens to the signals, so the connection is looked up again after each of those.
 void HttpServer::serveWaiting(QTcpSocket *socket)
 {
     for (;;) {
-        const auto found = m_connections.find(socket);
+        auto found = m_connections.find(socket);
         if (found == m_connections.end() || found->busy)
             return;
-        HttpRequest request;
-        qsizetype size = 0;
-        bool closeAfter = false;
-        const Parse parse = parseRequest(found->received, request, size, closeAfter);
+        ParsedRequest parsed;
+        const Parse parse = parseRequest(found->received, parsed);
         if (parse == Parse::Incomplete)
             return;
         if (parse == Parse::Invalid) {
+            qWarning("HttpServer: closing a connection after a request it cannot take");
             found->received.clear();
-            found->busy = true;
-            socket->disconnectFromHost();
+            close(socket);
             return;
         }
-        found->received.remove(0, size);
+        found->received.remove(0, parsed.size);
+        found->busy = true; // until answered, whatever the listeners do meanwhile
+        HttpRequest &request = parsed.request;
+        request.connection = found->number;
         const bool withBody = request.method != "HEAD";
-        if (parse == Parse::Chunked) {
-            found->busy = true;
+
+        const QPointer<QTcpSocket> guard(socket);
+        emit received(request);
+        if (!guard || !m_connections.contains(socket))
+            return;
+        if (parsed.chunked) {
+            qWarning("HttpServer: chunked request bodies are not supported");
             send(socket, HttpResponse::text("chunked request bodies are not supported\n", 501),
                  withBody, true);
             return;
         }
 
         const HttpResponse response = m_handler(request);
-        const QPointer<QTcpSocket> guard(socket);
-        emit answered(request, response.silent ? 0 : response.status);
-        // Whoever listens may have let the connection go.
-        const auto still = m_connections.find(socket);
-        if (!guard || still == m_connections.end())
+        emit answered(request, answers(response.mode) ? response.status : 0);
+        if (!guard || !m_connections.contains(socket))
             return;
-        if (response.silent) {
-            still->busy = true;
-            return;
-        }
+        const bool closeAfter = parsed.closeAfter || asksToClose(response.headers);
         if (response.delayMs > 0) {
-            still->busy = true;
             QTimer::singleShot(response.delayMs, socket,
                                [this, socket, response, withBody, closeAfter] {
                                    send(socket, response, withBody, closeAfter);
@@ -259,28 +304,61 @@ void HttpServer::serveWaiting(QTcpSocket *socket)
     }
 }
 
+// Leaves the connection busy unless the reply went out in full on a connection that stays open.
 void HttpServer::send(QTcpSocket *socket, const HttpResponse &response, bool withBody,
                       bool closeAfter)
 {
     const auto found = m_connections.find(socket);
     if (found == m_connections.end())
         return;
+    switch (response.mode) {
+    case HttpResponse::Mode::Silent:
+        return;
+    case HttpResponse::Mode::CloseWithoutReply:
+        close(socket);
+        return;
+    case HttpResponse::Mode::Answer:
+    case HttpResponse::Mode::CloseMidBody:
+        break;
+    }
+
     QByteArray head = "HTTP/1.1 " + QByteArray::number(response.status) + ' ' +
-                      reasonPhrase(response.status) + "\r\n";
+                      response.reasonPhrase() + "\r\n";
     head += "Date: " + httpDate() + "\r\n";
-    head += "Content-Type: " + response.contentType + "\r\n";
-    for (const auto &[name, value] : response.headers)
-        head += name + ": " + value + "\r\n";
+    if (!response.contentType.isEmpty() && firstHeader(response.headers, "Content-Type").isEmpty())
+        head += "Content-Type: " + response.contentType + "\r\n";
+    for (const auto &[name, value] : response.headers) {
+        if (!sameName(name, "Content-Length"))
+            head += name + ": " + value + "\r\n";
+    }
     head += "Content-Length: " + QByteArray::number(response.body.size()) + "\r\n";
-    if (closeAfter)
+    if (closeAfter && !asksToClose(response.headers))
         head += "Connection: close\r\n";
-    socket->write(head + "\r\n" + (withBody ? response.body : QByteArray()));
-    if (closeAfter) {
-        found->busy = true;
-        socket->disconnectFromHost(); // once what was written has gone out
+    head += "\r\n";
+
+    if (response.mode == HttpResponse::Mode::CloseMidBody) {
+        socket->write(head + response.body.left(response.body.size() / 2));
+        close(socket);
         return;
     }
-    found->busy = false;
+    socket->write(head + (withBody ? response.body : QByteArray()));
+    if (closeAfter) {
+        close(socket);
+        return;
+    }
+    const auto still = m_connections.find(socket);
+    if (still != m_connections.end())
+        still->busy = false;
+}
+
+// Takes nothing more from the connection and closes it once what was written has gone out. That
+// can drop the connection at once.
+void HttpServer::close(QTcpSocket *socket)
+{
+    const auto found = m_connections.find(socket);
+    if (found != m_connections.end())
+        found->busy = true;
+    socket->disconnectFromHost();
 }
 
 void HttpServer::forget(QTcpSocket *socket)

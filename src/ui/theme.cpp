@@ -1,7 +1,6 @@
 #include "ui/theme.h"
 
 #include <QRegularExpression>
-#include <QStringList>
 
 #include <array>
 
@@ -18,10 +17,9 @@ struct ColourRole
     const char *dark;
 };
 
-#define QRL_ROLE(member, light, dark)                                                              \
-    {                                                                                              \
-#member, &ThemePalette::member, light, dark                                                \
-    }
+// clang-format off
+#define QRL_ROLE(member, light, dark) {#member, &ThemePalette::member, light, dark}
+// clang-format on
 
 constexpr const char kLightBorder[] = "rgba(0, 108, 180, 0.28)";
 constexpr const char kDarkBorder[] = "rgba(191, 128, 64, 0.45)";

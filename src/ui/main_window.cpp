@@ -2,15 +2,22 @@
 
 #include "app/identity.h"
 #include "app/startup_log.h"
+#include "ui/bilingual.h"
 #include "ui/language.h"
+#include "ui/market_table.h"
+#include "ui/quote_details.h"
 
 #include <QAction>
 #include <QActionGroup>
 #include <QCompleter>
+#include <QDateTime>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenuBar>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QShortcut>
 #include <QSplitter>
 #include <QStatusBar>
 #include <QTabWidget>
@@ -23,6 +30,28 @@ void milestone(const char *stage)
     writeStartupLog(QStringLiteral("MainWindow ctor: ") + QLatin1String(stage));
 }
 
+QAction *addBoundAction(QMenu *menu, const QString &english, const QString &portuguese)
+{
+    QAction *action = menu->addAction(english);
+    bindText(action, english, portuguese);
+    return action;
+}
+
+QMenu *addBoundMenu(QMenu *parent, const QString &english, const QString &portuguese)
+{
+    QMenu *menu = parent->addMenu(english);
+    bindText(menu, english, portuguese);
+    return menu;
+}
+
+QLabel *panelTitle(const QString &english, const QString &portuguese, QWidget *parent)
+{
+    auto *label = new QLabel(parent);
+    label->setObjectName(QStringLiteral("panelTitle"));
+    bindText(label, english, portuguese);
+    return label;
+}
+
 } // namespace
 
 MainWindow::MainWindow(QWidget *parent)
@@ -32,6 +61,7 @@ MainWindow::MainWindow(QWidget *parent)
     setWindowTitle(QString::fromLatin1(kApplicationName));
     setWindowIcon(applicationIcon());
     resize(1400, 900);
+    m_theme = QStringLiteral("coffee_dark");
 
     milestone("before menu setup");
     setupMenus();
@@ -67,10 +97,10 @@ MainWindow::MainWindow(QWidget *parent)
     topLayout->addWidget(m_fxTicker);
     milestone("top bar created");
 
-    m_marketPanel = createPanelPlaceholder(QStringLiteral("marketPanel"));
+    m_marketPanel = createMarketPanel();
     milestone("table created");
     milestone("chart toolbar partially created");
-    m_chartPanel = createPanelPlaceholder(QStringLiteral("chartPanel"));
+    m_chartPanel = createChartPanel();
     milestone("chart panel created");
     m_bookPanel = createPanelPlaceholder(QStringLiteral("bookPanel"));
     milestone("book panel created");
@@ -88,15 +118,35 @@ MainWindow::MainWindow(QWidget *parent)
     m_historyPanel = createPanelPlaceholder(QStringLiteral("historyPanel"));
     m_rightTabs = new QTabWidget(root);
     m_rightTabs->setObjectName(QStringLiteral("rightTabs"));
-    for (QWidget *panel : {m_moversPanel, m_screenerPanel, m_newsPanel, m_portfolioPanel,
-                           m_bookPanel, m_tapePanel, m_historyPanel})
-        m_rightTabs->addTab(panel, QString());
+    m_rightTabs->setDocumentMode(false);
+    m_rightTabs->setUsesScrollButtons(true);
+    const struct
+    {
+        QWidget *panel;
+        const char *english;
+        const char *portuguese;
+    } tabs[] = {
+            {m_moversPanel, "Movers", "Destaques"},   {m_screenerPanel, "Screener", "Rastreador"},
+            {m_newsPanel, "News", "Notícias"},        {m_portfolioPanel, "Portfolio", "Carteira"},
+            {m_bookPanel, "Book", "Livro"},           {m_tapePanel, "Tape", "Negócios"},
+            {m_historyPanel, "History", "Histórico"},
+    };
+    for (const auto &tab : tabs) {
+        m_rightTabs->addTab(tab.panel, QString());
+        bindText(tab.panel, QString::fromUtf8(tab.english), QString::fromUtf8(tab.portuguese),
+                 TextRole::TabTitle);
+    }
+    m_consolePane = createConsolePane();
     m_leftSplitter = new QSplitter(Qt::Vertical, root);
     m_leftSplitter->setObjectName(QStringLiteral("leftSplitter"));
+    m_leftSplitter->setChildrenCollapsible(false);
     m_leftSplitter->addWidget(m_marketPanel);
     m_leftSplitter->addWidget(m_chartPanel);
+    m_leftSplitter->addWidget(m_consolePane);
+    m_leftSplitter->setSizes({360, 420, 150});
     m_workspaceSplitter = new QSplitter(Qt::Horizontal, root);
     m_workspaceSplitter->setObjectName(QStringLiteral("workspaceSplitter"));
+    m_workspaceSplitter->setChildrenCollapsible(false);
     m_workspaceSplitter->addWidget(m_leftSplitter);
     m_workspaceSplitter->addWidget(m_rightTabs);
     m_workspaceSplitter->setSizes({1080, 320});
@@ -110,21 +160,31 @@ MainWindow::MainWindow(QWidget *parent)
     setupQuoteRouting();
     connectSignals();
 
-    // Loading the stored state: each step runs between its milestones once its owner exists; the
-    // milestones are written from the start so the trail always has the same shape.
     milestone("before loadConfig");
     loadConfig();
     milestone("before loadLocalSettings");
+    loadLocalSettings();
     milestone("before applyConfiguredShortcuts");
+    applyConfiguredShortcuts();
     milestone("before retranslateUi");
     retranslateUi();
     milestone("before applyColumnVisibilityConfig");
+    applyColumnVisibilityConfig();
     milestone("before loadWatchlist");
+    loadWatchlist();
     milestone("before refreshPortfolio");
+    refreshPortfolio();
     milestone("before applyTheme");
+    applyTheme();
     milestone("before updateThemedWidgets");
+    updateThemedWidgets();
     milestone("before refreshAlertHistoryTable");
     milestone("after refreshAlertHistoryTable");
+
+    logEvent(translated(QStringLiteral("Terminal initialized"),
+                        QStringLiteral("Terminal inicializado")));
+    if (m_marketTable->rowCount() > 0)
+        m_marketTable->selectRow(0);
 }
 
 MainWindow::~MainWindow() = default;
@@ -132,18 +192,97 @@ MainWindow::~MainWindow() = default;
 void MainWindow::setupMenus()
 {
     m_viewMenu = menuBar()->addMenu(QString());
-    m_dataMenu = m_viewMenu->addMenu(QString());
-    m_apiKeysAction = m_dataMenu->addAction(QString());
-    m_languageMenu = m_viewMenu->addMenu(QString());
-    m_languageGroup = new QActionGroup(this);
-    m_languageGroup->setExclusive(true);
-    m_englishAction = m_languageMenu->addAction(QString());
-    m_portugueseAction = m_languageMenu->addAction(QString());
+    bindText(m_viewMenu, QStringLiteral("View"), QStringLiteral("Exibir"));
+
+    // Entries whose features are not built yet are shown disabled, so the menu keeps its shape.
+    QMenu *account = addBoundMenu(m_viewMenu, QStringLiteral("Account"), QStringLiteral("Conta"));
+    for (QAction *action :
+         {addBoundAction(account, QStringLiteral("Sync Now"), QStringLiteral("Sincronizar agora")),
+          addBoundAction(account, QStringLiteral("Sync Status"),
+                         QStringLiteral("Status da sincronização")),
+          addBoundAction(account, QStringLiteral("Logout"), QStringLiteral("Sair da conta"))})
+        action->setEnabled(false);
+
+    QMenu *data = addBoundMenu(m_viewMenu, QStringLiteral("Data And APIs"),
+                               QStringLiteral("Dados e APIs"));
+    m_apiKeysAction =
+            addBoundAction(data, QStringLiteral("API Keys"), QStringLiteral("Chaves de API"));
+    addBoundAction(data, QStringLiteral("Verify APIs"), QStringLiteral("Verificar APIs"))
+            ->setEnabled(false);
+
+    m_shortcutsAction =
+            addBoundAction(m_viewMenu, QStringLiteral("Shortcuts"), QStringLiteral("Atalhos"));
+    m_viewMenu->addSeparator();
+
+    QMenu *language =
+            addBoundMenu(m_viewMenu, QStringLiteral("Language"), QStringLiteral("Idioma"));
+    auto *languageGroup = new QActionGroup(this);
+    m_englishAction = language->addAction(QStringLiteral("English"));
+    m_portugueseAction = language->addAction(QStringLiteral("Português"));
     for (QAction *action : {m_englishAction, m_portugueseAction}) {
         action->setCheckable(true);
-        m_languageGroup->addAction(action);
+        languageGroup->addAction(action);
     }
-    m_englishAction->setChecked(true);
+
+    QMenu *appearance =
+            addBoundMenu(m_viewMenu, QStringLiteral("Appearance"), QStringLiteral("Aparência"));
+    auto *themeGroup = new QActionGroup(this);
+    m_darkAction = addBoundAction(appearance, QStringLiteral("Dark"), QStringLiteral("Escuro"));
+    m_lightAction = addBoundAction(appearance, QStringLiteral("Light"), QStringLiteral("Claro"));
+    for (QAction *action : {m_darkAction, m_lightAction}) {
+        action->setCheckable(true);
+        themeGroup->addAction(action);
+    }
+    m_viewMenu->addSeparator();
+
+    QMenu *layout = addBoundMenu(m_viewMenu, QStringLiteral("Layout"), QStringLiteral("Layout"));
+    m_layoutActions = {
+            addBoundAction(layout, QStringLiteral("Balanced"), QStringLiteral("Balanceado")),
+            addBoundAction(layout, QStringLiteral("Dense Terminal"),
+                           QStringLiteral("Terminal denso")),
+            addBoundAction(layout, QStringLiteral("Chart Focus"),
+                           QStringLiteral("Foco no gráfico")),
+            addBoundAction(layout, QStringLiteral("Order Flow Focus"),
+                           QStringLiteral("Foco em fluxo")),
+    };
+    layout->addSeparator();
+    for (QAction *action : {addBoundAction(layout, QStringLiteral("Save Workspace"),
+                                           QStringLiteral("Salvar espaço de trabalho")),
+                            addBoundAction(layout, QStringLiteral("Load Workspace"),
+                                           QStringLiteral("Carregar espaço de trabalho"))})
+        action->setEnabled(false);
+    layout->addSeparator();
+    m_nextMonitorAction = addBoundAction(layout, QStringLiteral("Move To Next Monitor"),
+                                         QStringLiteral("Mover para o próximo monitor"));
+
+    QMenu *columns = addBoundMenu(m_viewMenu, QStringLiteral("Columns"), QStringLiteral("Colunas"));
+    const struct
+    {
+        const char *preset;
+        const char *english;
+        const char *portuguese;
+    } presets[] = {
+            {"all", "All", "Todas"},
+            {"trading", "Trading", "Negociação"},
+            {"analytics", "Analytics", "Análise"},
+            {"compact", "Compact", "Compacta"},
+    };
+    for (const auto &preset : presets) {
+        QAction *action = addBoundAction(columns, QString::fromUtf8(preset.english),
+                                         QString::fromUtf8(preset.portuguese));
+        const QString id = QString::fromLatin1(preset.preset);
+        connect(action, &QAction::triggered, this, [this, id] { applyColumnPreset(id); });
+    }
+
+    // One window-wide shortcut per book aggregation mode.
+    for (const char *mode : {"raw", "tight", "normal", "wide"}) {
+        auto *shortcut = new QShortcut(this);
+        shortcut->setObjectName(QStringLiteral("book_%1").arg(QLatin1String(mode)));
+        shortcut->setContext(Qt::WindowShortcut);
+        const QString id = QString::fromLatin1(mode);
+        connect(shortcut, &QShortcut::activated, this, [this, id] { applyBookPreset(id); });
+        m_bookShortcuts << shortcut;
+    }
 }
 
 QWidget *MainWindow::createBrand()
@@ -161,10 +300,6 @@ QWidget *MainWindow::createBrand()
 
     m_terminalTitle = new QLabel(QString::fromLatin1(kApplicationName), brand);
     m_terminalTitle->setObjectName(QStringLiteral("terminalTitle"));
-    QFont titleFont = m_terminalTitle->font();
-    titleFont.setPixelSize(18);
-    titleFont.setWeight(QFont::ExtraBold);
-    m_terminalTitle->setFont(titleFont);
     layout->addWidget(m_terminalTitle);
     return brand;
 }
@@ -176,6 +311,74 @@ void MainWindow::createTickerSearch()
     m_tickerSearch->setClearButtonEnabled(true);
     m_tickerSearch->setMinimumWidth(360);
     m_tickerSearch->setMaximumWidth(560);
+    bindText(m_tickerSearch, QStringLiteral("Search ticker: PETR4.SA, AAPL, BTCUSDT, USD/BRL"),
+             QStringLiteral("Buscar ativo: PETR4.SA, AAPL, BTCUSDT, USD/BRL"),
+             TextRole::Placeholder);
+}
+
+QWidget *MainWindow::createMarketPanel()
+{
+    auto *panel = new QWidget(this);
+    panel->setObjectName(QStringLiteral("marketPanel"));
+    auto *layout = new QVBoxLayout(panel);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(2);
+    layout->addWidget(
+            panelTitle(QStringLiteral("WATCHLIST"), QStringLiteral("LISTA DE ATIVOS"), panel));
+    m_marketTable = new MarketTable(panel);
+    layout->addWidget(m_marketTable, 1);
+    return panel;
+}
+
+QWidget *MainWindow::createChartPanel()
+{
+    auto *panel = new QWidget(this);
+    panel->setObjectName(QStringLiteral("chartPanel"));
+    auto *layout = new QVBoxLayout(panel);
+    layout->setContentsMargins(0, 4, 0, 0);
+    layout->setSpacing(4);
+    m_quoteHeader = new QuoteHeader(panel);
+    layout->addWidget(m_quoteHeader);
+
+    auto *toolbar = new QHBoxLayout;
+    toolbar->setSpacing(4);
+    // The tool names are the chart's own and are not translated.
+    const struct
+    {
+        const char *id;
+        const char *label;
+        bool checkable;
+    } tools[] = {
+            {"select", "Select", true}, {"reset", "Reset", false}, {"hline", "HLine", true},
+            {"vline", "VLine", true},   {"trend", "Trend", true},
+    };
+    for (const auto &tool : tools) {
+        auto *button = new QPushButton(QString::fromLatin1(tool.label), panel);
+        button->setObjectName(QStringLiteral("chartToolButton"));
+        button->setProperty("tool", QLatin1String(tool.id));
+        button->setCheckable(tool.checkable);
+        button->setAutoExclusive(tool.checkable);
+        button->setFocusPolicy(Qt::NoFocus);
+        const QString id = QString::fromLatin1(tool.id);
+        if (tool.checkable)
+            connect(button, &QPushButton::toggled, this, [this, id](bool on) {
+                if (on)
+                    m_chartTool = id;
+            });
+        toolbar->addWidget(button);
+        m_chartToolButtons.insert(id, button);
+    }
+    m_chartToolButtons.value(QStringLiteral("select"))->setChecked(true);
+    toolbar->addStretch(1);
+    layout->addLayout(toolbar);
+
+    // The chart's own texts are not translated.
+    m_chartArea = new QLabel(QStringLiteral("Select a symbol"), panel);
+    m_chartArea->setObjectName(QStringLiteral("chartArea"));
+    m_chartArea->setAlignment(Qt::AlignCenter);
+    m_chartArea->setMinimumHeight(120);
+    layout->addWidget(m_chartArea, 1);
+    return panel;
 }
 
 QWidget *MainWindow::createPanelPlaceholder(const QString &objectName)
@@ -183,6 +386,34 @@ QWidget *MainWindow::createPanelPlaceholder(const QString &objectName)
     auto *panel = new QWidget(this);
     panel->setObjectName(objectName);
     return panel;
+}
+
+QWidget *MainWindow::createConsolePane()
+{
+    auto *pane = new QWidget(this);
+    pane->setObjectName(QStringLiteral("consolePane"));
+    auto *layout = new QHBoxLayout(pane);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(8);
+    m_quoteLog = new QuoteLog(pane);
+    layout->addWidget(m_quoteLog, 3);
+
+    auto *events = new QWidget(pane);
+    auto *eventsLayout = new QVBoxLayout(events);
+    eventsLayout->setContentsMargins(0, 0, 0, 0);
+    eventsLayout->setSpacing(2);
+    auto *title = new QLabel(events);
+    title->setObjectName(QStringLiteral("subPanelTitle"));
+    bindText(title, QStringLiteral("EVENTS"), QStringLiteral("EVENTOS"));
+    eventsLayout->addWidget(title);
+    m_eventConsole = new QPlainTextEdit(events);
+    m_eventConsole->setObjectName(QStringLiteral("eventConsole"));
+    m_eventConsole->setReadOnly(true);
+    m_eventConsole->setMaximumBlockCount(2000);
+    m_eventConsole->setLineWrapMode(QPlainTextEdit::NoWrap);
+    eventsLayout->addWidget(m_eventConsole, 1);
+    layout->addWidget(events, 2);
+    return pane;
 }
 
 void MainWindow::connectSignals()
@@ -196,44 +427,38 @@ void MainWindow::connectSignals()
                 addSymbolFromSearch();
             });
     connect(m_apiKeysAction, &QAction::triggered, this, &MainWindow::showApiKeysDialog);
+    connect(m_shortcutsAction, &QAction::triggered, this, &MainWindow::showShortcutsDialog);
     connect(m_englishAction, &QAction::triggered, this,
             [this] { setLanguage(QStringLiteral("en")); });
     connect(m_portugueseAction, &QAction::triggered, this,
             [this] { setLanguage(QStringLiteral("pt_BR")); });
+    connect(m_darkAction, &QAction::triggered, this,
+            [this] { setTheme(QStringLiteral("coffee_dark")); });
+    connect(m_lightAction, &QAction::triggered, this,
+            [this] { setTheme(QStringLiteral("qrl_light")); });
+
+    connect(m_marketTable, &QTableWidget::itemSelectionChanged, this,
+            &MainWindow::selectionChanged);
+    connect(m_marketTable, &MarketTable::moveRequested, this, &MainWindow::moveMarketRow);
+    connect(m_marketTable, &MarketTable::removeRequested, this, [this](int row) {
+        m_marketTable->selectRow(row);
+        removeSelectedSymbol();
+    });
+    connect(m_marketTable, &MarketTable::columnVisibilityChanged, this, [this] {
+        m_hiddenColumns = m_marketTable->hiddenColumns();
+        saveLocalSettings();
+    });
+    connect(m_marketTable, &MarketTable::symbolColumnHideRefused, this, [this] {
+        logEvent(translated(QStringLiteral("Symbol column cannot be hidden"),
+                            QStringLiteral("A coluna Símbolo não pode ser ocultada")));
+    });
+    connect(m_chartToolButtons.value(QStringLiteral("reset")), &QPushButton::clicked, this,
+            [this] { showStatusMessage(QStringLiteral("Chart zoom reset")); });
 }
 
-void MainWindow::setLanguage(const QString &code)
+void MainWindow::logEvent(const QString &text)
 {
-    if (!setInterfaceLanguage(code))
-        return;
-    retranslateUi();
-}
-
-void MainWindow::retranslateUi()
-{
-    m_viewMenu->setTitle(translated(QStringLiteral("View"), QStringLiteral("Exibir")));
-    m_dataMenu->setTitle(
-            translated(QStringLiteral("Data And APIs"), QStringLiteral("Dados e APIs")));
-    m_apiKeysAction->setText(
-            translated(QStringLiteral("API Keys"), QStringLiteral("Chaves de API")));
-    m_languageMenu->setTitle(translated(QStringLiteral("Language"), QStringLiteral("Idioma")));
-    m_englishAction->setText(QStringLiteral("English"));
-    m_portugueseAction->setText(QStringLiteral("Português"));
-    (isPortuguese() ? m_portugueseAction : m_englishAction)->setChecked(true);
-
-    m_tickerSearch->setPlaceholderText(
-            translated(QStringLiteral("Search ticker: PETR4.SA, AAPL, BTCUSDT, USD/BRL"),
-                       QStringLiteral("Buscar ativo: PETR4.SA, AAPL, BTCUSDT, USD/BRL")));
-
-    const QList<std::pair<QString, QString>> tabTitles = {
-            {QStringLiteral("Movers"), QStringLiteral("Destaques")},
-            {QStringLiteral("Screener"), QStringLiteral("Rastreador")},
-            {QStringLiteral("News"), QStringLiteral("Notícias")},
-            {QStringLiteral("Portfolio"), QStringLiteral("Carteira")},
-            {QStringLiteral("Book"), QStringLiteral("Livro")},
-            {QStringLiteral("Tape"), QStringLiteral("Negócios")},
-            {QStringLiteral("History"), QStringLiteral("Histórico")},
-    };
-    for (int i = 0; i < tabTitles.size() && i < m_rightTabs->count(); ++i)
-        m_rightTabs->setTabText(i, translated(tabTitles.at(i).first, tabTitles.at(i).second));
+    m_eventConsole->appendPlainText(QStringLiteral("[%1] %2").arg(
+            QTime::currentTime().toString(QStringLiteral("HH:mm:ss")), text));
+    statusBar()->showMessage(text);
 }

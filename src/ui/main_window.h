@@ -1,13 +1,18 @@
 #pragma once
 
+#include "chart/candle.h"
+#include "market/market_row.h"
 #include "market/universe.h"
 #include "providers/api_keys.h"
 #include "providers/quote_router.h"
+#include "ui/local_settings.h"
+#include "ui/shortcuts.h"
 
 #include <QHash>
 #include <QMainWindow>
 #include <QSet>
 
+class MarketTable;
 class QAction;
 class QActionGroup;
 class QCompleter;
@@ -15,10 +20,15 @@ class QLabel;
 class QLineEdit;
 class QMenu;
 class QNetworkAccessManager;
+class QPlainTextEdit;
+class QPushButton;
+class QShortcut;
 class QSplitter;
 class QStringListModel;
 class QTabWidget;
 class QTimer;
+class QuoteHeader;
+class QuoteLog;
 
 // The single top-level window: the composition root that owns every panel, timer and piece of user
 // state. Behaviour lives in the units and panels it wires together; its own operations are split
@@ -39,11 +49,39 @@ public:
     QString sectorForSymbol(const QString &symbol) const;
     const SymbolUniverse &symbolUniverse() const { return m_universe; }
 
+    // Watchlist and market table
+    MarketTable *marketTable() const { return m_marketTable; }
+    int findMarketRow(const QString &symbol) const;
+    void addMarketRow(const QString &symbol, const QString &classLabel, const QString &source,
+                      const QString &status, bool select);
+    void updateMarketRow(const QString &symbol, double price, double changePercent,
+                         const QString &source, const QString &latency, const QString &status);
     void addSymbolFromSearch();
+    void loadWatchlist();
+    void saveWatchlist();
+    QJsonObject buildWatchlistJson() const;
+    void moveMarketRow(int from, int to);
+    void removeSelectedSymbol();
+    void applyColumnPreset(const QString &preset);
+    void applyColumnVisibilityConfig();
 
-    // Language
+    // Language, theme, shortcuts and the settings that keep them
     void setLanguage(const QString &code);
     void retranslateUi();
+    void setTheme(const QString &themeId);
+    QString theme() const { return m_theme; }
+    void applyTheme();
+    void updateThemedWidgets();
+    QKeySequence configuredShortcut(const QString &id) const;
+    const ShortcutOverrides &shortcutOverrides() const { return m_shortcutOverrides; }
+    void setShortcutOverrides(const ShortcutOverrides &overrides);
+    void applyConfiguredShortcuts();
+    void showShortcutsDialog();
+    void loadLocalSettings();
+    void saveLocalSettings();
+
+    // Event console
+    void logEvent(const QString &text);
 
     // Keys and quotes
     void loadConfig();
@@ -51,19 +89,37 @@ public:
     const ApiKeyStore &apiKeys() const { return m_keys; }
     QuoteRouter &quoteRouter() { return *m_quoteRouter; }
     void refreshQuote(const QString &symbol);
-    // Every non-crypto symbol the window follows, through its cascade (the 15 s timer).
+    // Every non-crypto market row, top to bottom, through its cascade (the 15 s timer).
     void refreshMarketQuotes();
     void refreshWatchlistBatch();
+    void refreshFxTicker();
     void startMarketData();
-    QStringList followedSymbols() const { return m_followedSymbols; }
 
 private:
     void setupMenus();
     QWidget *createBrand();
     void createTickerSearch();
+    QWidget *createMarketPanel();
+    QWidget *createChartPanel();
     QWidget *createPanelPlaceholder(const QString &objectName);
+    QWidget *createConsolePane();
     void connectSignals();
     void setupQuoteRouting();
+    void selectionChanged();
+    void updateFxTicker(double price, double changePercent);
+    void refreshRowToolTip(int row);
+
+    // Steps of a market-row update that belong to panels which fill them in: each is the one place
+    // where that panel learns about a new quote or selection.
+    void checkPriceAlerts(const QString &symbol, double price);
+    void refreshMoversMosaic();
+    void refreshPortfolio();
+    void updateChartLastCandle(const QString &symbol, double price);
+    void refreshB3BookNotice(const QString &symbol);
+    void refreshSymbolDetailsTable(const QString &symbol);
+    void refreshWatchlistMovers();
+    void applyBookPreset(const QString &mode);
+    void forgetOrderFlowSymbol(const QString &symbol);
 
     // How quotes reach the window.
     void updateMarketRow(const QuoteSnapshot &quote, const QString &provider,
@@ -75,22 +131,31 @@ private:
 
     SymbolUniverse m_universe;
     ApiKeyStore m_keys;
+    LocalSettingsFile m_settingsFile;
     QSet<int> m_hiddenColumns;
+    QString m_theme;
+    ShortcutOverrides m_shortcutOverrides;
     QNetworkAccessManager *m_network = nullptr;
     QuoteRouter *m_quoteRouter = nullptr;
     QTimer *m_quoteTimer = nullptr;
     QTimer *m_watchlistTimer = nullptr;
-    QStringList m_followedSymbols;
-    QHash<QString, QuoteSnapshot> m_lastQuotes;
+    QTimer *m_fxTimer = nullptr;
+    bool m_marketDataStarted = false;
+    QHash<QString, MarketQuote> m_lastQuotes;
+    QHash<QString, QList<Candle>> m_candleCache;
     QString m_chartTimeframe = QStringLiteral("1d");
+    QString m_chartTool = QStringLiteral("select");
 
     QMenu *m_viewMenu = nullptr;
-    QMenu *m_dataMenu = nullptr;
     QAction *m_apiKeysAction = nullptr;
-    QMenu *m_languageMenu = nullptr;
+    QAction *m_shortcutsAction = nullptr;
     QAction *m_englishAction = nullptr;
     QAction *m_portugueseAction = nullptr;
-    QActionGroup *m_languageGroup = nullptr;
+    QAction *m_darkAction = nullptr;
+    QAction *m_lightAction = nullptr;
+    QList<QAction *> m_layoutActions; // balanced, dense, chart, order flow
+    QAction *m_nextMonitorAction = nullptr;
+    QList<QShortcut *> m_bookShortcuts; // raw, tight, normal, wide
 
     QLabel *m_terminalTitle = nullptr;
     QLineEdit *m_tickerSearch = nullptr;
@@ -98,11 +163,19 @@ private:
     QCompleter *m_completer = nullptr;
     QLabel *m_fxTicker = nullptr;
 
+    MarketTable *m_marketTable = nullptr;
+    QuoteHeader *m_quoteHeader = nullptr;
+    QuoteLog *m_quoteLog = nullptr;
+    QPlainTextEdit *m_eventConsole = nullptr;
+    QLabel *m_chartArea = nullptr;                    // where the price chart goes
+    QHash<QString, QPushButton *> m_chartToolButtons; // select, reset, hline, vline, trend
+
     QSplitter *m_workspaceSplitter = nullptr;
     QSplitter *m_leftSplitter = nullptr;
     QTabWidget *m_rightTabs = nullptr;
     QWidget *m_marketPanel = nullptr;
     QWidget *m_chartPanel = nullptr;
+    QWidget *m_consolePane = nullptr;
     QWidget *m_bookPanel = nullptr;
     QWidget *m_moversPanel = nullptr;
     QWidget *m_screenerPanel = nullptr;

@@ -1,25 +1,20 @@
 // Keys, quote routing and the timers that keep quotes fresh.
 #include "ui/api_keys_dialog.h"
-#include "ui/language.h"
 #include "ui/main_window.h"
+#include "ui/market_table.h"
 
 #include <QNetworkAccessManager>
 #include <QStatusBar>
 #include <QTimer>
 
-#include <cmath>
-
 namespace {
 
 constexpr int kQuoteRefreshMs = 15000;
 constexpr int kWatchlistRefreshMs = 60000;
+constexpr int kFxTickerRefreshMs = 60000;
 constexpr int kMarketDataStartMs = 250;
 
-QString priceText(double value)
-{
-    return std::isfinite(value) ? QString::number(value, 'f', std::abs(value) >= 1000 ? 2 : 4)
-                                : QStringLiteral("--");
-}
+const QString kFxTickerSymbol = QStringLiteral("BRL=X");
 
 } // namespace
 
@@ -34,6 +29,9 @@ void MainWindow::setupQuoteRouting()
     m_watchlistTimer = new QTimer(this);
     m_watchlistTimer->setInterval(kWatchlistRefreshMs);
     connect(m_watchlistTimer, &QTimer::timeout, this, &MainWindow::refreshWatchlistBatch);
+    m_fxTimer = new QTimer(this);
+    m_fxTimer->setInterval(kFxTickerRefreshMs);
+    connect(m_fxTimer, &QTimer::timeout, this, &MainWindow::refreshFxTicker);
     QTimer::singleShot(kMarketDataStartMs, this, &MainWindow::startMarketData);
 }
 
@@ -44,10 +42,19 @@ void MainWindow::loadConfig()
 
 void MainWindow::startMarketData()
 {
-    refreshMarketQuotes();
+    if (m_marketDataStarted)
+        return;
+    m_marketDataStarted = true;
+    // The first quote of every row, crypto included: the streams take over crypto rows later.
+    for (const QString &symbol : m_marketTable->symbols())
+        refreshQuote(symbol);
     refreshWatchlistBatch();
+    // The ticker's pair is asked only when no row already asked for it.
+    if (findMarketRow(kFxTickerSymbol) < 0)
+        refreshFxTicker();
     m_quoteTimer->start();
     m_watchlistTimer->start();
+    m_fxTimer->start();
 }
 
 void MainWindow::showApiKeysDialog()
@@ -66,7 +73,7 @@ void MainWindow::refreshQuote(const QString &symbol)
 
 void MainWindow::refreshMarketQuotes()
 {
-    for (const QString &symbol : std::as_const(m_followedSymbols)) {
+    for (const QString &symbol : m_marketTable->symbols()) {
         if (assetClassOf(symbol) != AssetClass::Crypto)
             refreshQuote(symbol);
     }
@@ -74,21 +81,13 @@ void MainWindow::refreshMarketQuotes()
 
 void MainWindow::refreshWatchlistBatch()
 {
-    m_quoteRouter->refreshWatchlistBatch(m_followedSymbols);
+    m_quoteRouter->refreshWatchlistBatch(m_marketTable->symbols());
 }
 
-void MainWindow::updateMarketRow(const QuoteSnapshot &quote, const QString &provider,
-                                 const QString &latency, const QString &status)
+void MainWindow::refreshFxTicker()
 {
-    m_lastQuotes.insert(quote.symbol, quote);
-    // Until the market table shows them, the latest quote is told in the status bar.
-    showStatusMessage(QStringLiteral("%1  %2  %3%  ·  %4  ·  %5  ·  %6")
-                              .arg(displaySymbol(quote.symbol), priceText(quote.price),
-                                   QString::number(quote.changePercent, 'f', 2), provider, latency,
-                                   status));
+    refreshQuote(kFxTickerSymbol);
 }
-
-void MainWindow::setMarketRowStatus(const QString &, const QString &) {}
 
 void MainWindow::showStatusMessage(const QString &text)
 {

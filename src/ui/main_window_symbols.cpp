@@ -5,7 +5,6 @@
 
 #include <QCompleter>
 #include <QLineEdit>
-#include <QStatusBar>
 #include <QStringListModel>
 
 void MainWindow::setupCompleter()
@@ -40,18 +39,4 @@ QString MainWindow::normalizeSymbolInput(const QString &text) const
 QString MainWindow::sectorForSymbol(const QString &symbol) const
 {
     return m_universe.sectorForSymbol(symbol);
-}
-
-void MainWindow::addSymbolFromSearch()
-{
-    const QString symbol = normalizeSymbolInput(m_tickerSearch->text());
-    if (symbol.isEmpty())
-        return;
-    m_tickerSearch->clear();
-    statusBar()->showMessage(QStringLiteral("%1 · %2 · %3")
-                                     .arg(displaySymbol(symbol), assetClassForSymbol(symbol),
-                                          marketLabelForSymbol(symbol)));
-    if (!m_followedSymbols.contains(symbol))
-        m_followedSymbols << symbol;
-    refreshQuote(symbol);
 }

@@ -1,0 +1,269 @@
+// The watchlist: market rows, the file that keeps them, and what a new quote sets off.
+#include "app/atomic_file.h"
+#include "app/paths.h"
+#include "market/symbols.h"
+#include "market/watchlist.h"
+#include "ui/language.h"
+#include "ui/main_window.h"
+#include "ui/market_table.h"
+#include "ui/quote_details.h"
+
+#include <QFile>
+#include <QJsonDocument>
+#include <QLabel>
+#include <QLineEdit>
+#include <QStyle>
+
+#include <cmath>
+
+namespace {
+
+const QString kFxTickerSymbol = QStringLiteral("BRL=X");
+
+} // namespace
+
+int MainWindow::findMarketRow(const QString &symbol) const
+{
+    return m_marketTable->findMarketRow(symbol);
+}
+
+void MainWindow::addMarketRow(const QString &symbol, const QString &classLabel,
+                              const QString &source, const QString &status, bool select)
+{
+    const int row = m_marketTable->addMarketRow(symbol, classLabel, source, status, select);
+    if (row >= 0)
+        refreshRowToolTip(row);
+}
+
+void MainWindow::updateMarketRow(const QuoteSnapshot &quote, const QString &provider,
+                                 const QString &latency, const QString &status)
+{
+    // Fetchers leave fields they do not deliver at 0; the details show those as unknown.
+    auto known = [](double value) { return value != 0.0 ? value : qQNaN(); };
+    MarketQuote &stored = m_lastQuotes[quote.symbol];
+    stored.open = known(quote.open);
+    stored.high = known(quote.high);
+    stored.low = known(quote.low);
+    stored.previousClose = known(quote.previousClose);
+    stored.volume = known(quote.volume);
+    updateMarketRow(quote.symbol, quote.price, quote.changePercent, provider, latency, status);
+}
+
+void MainWindow::updateMarketRow(const QString &symbol, double price, double changePercent,
+                                 const QString &source, const QString &latency,
+                                 const QString &status)
+{
+    // The top-bar ticker follows its pair whether or not the pair has a row.
+    if (symbol == kFxTickerSymbol)
+        updateFxTicker(price, changePercent);
+
+    const int row = findMarketRow(symbol);
+    if (row < 0) {
+        m_lastQuotes.remove(symbol);
+        return;
+    }
+    MarketQuote &quote = m_lastQuotes[symbol];
+    quote.symbol = symbol;
+    quote.price = price;
+    quote.changePercent = changePercent;
+    quote.source = source;
+    quote.latency = latency;
+    quote.status = canonicalStatusWord(status);
+    quote.time = QDateTime::currentDateTime();
+
+    {
+        SortingPause pause(m_marketTable);
+        const QList<Candle> candles = m_candleCache.value(symbol);
+        if (!candles.isEmpty()) {
+            const Candle &last = candles.constLast();
+            const double values[] = {last.open, last.high, last.low, last.close};
+            for (int i = 0; i < 4; ++i)
+                m_marketTable->setMarketNumberCell(row, OpenColumn + i,
+                                                   formatMarketNumber(values[i]), values[i]);
+            // The indicator columns are computed from the same candles once the chart's
+            // indicators exist; until then they keep "--".
+        }
+        m_marketTable->writeQuoteCells(row, price, changePercent, source, latency, status);
+    }
+    m_marketTable->colorChangeCell(row, changePercent);
+    refreshRowToolTip(row);
+
+    checkPriceAlerts(symbol, price);
+    m_quoteLog->record(quote);
+    if (m_quoteHeader->shownSymbol() == symbol)
+        m_quoteHeader->showSymbol(symbol, &quote);
+    refreshMoversMosaic();
+    refreshPortfolio();
+
+    if (symbol == m_marketTable->selectedSymbol()) {
+        updateChartLastCandle(symbol, price);
+        const AssetClass assetClass = assetClassOf(symbol);
+        if (assetClass == AssetClass::BrEquity)
+            refreshB3BookNotice(symbol);
+        else if (assetClass == AssetClass::UsEquity || assetClass == AssetClass::Forex)
+            refreshSymbolDetailsTable(symbol);
+    }
+    refreshWatchlistMovers();
+}
+
+void MainWindow::setMarketRowStatus(const QString &symbol, const QString &status)
+{
+    const int row = findMarketRow(symbol);
+    if (row < 0)
+        return;
+    SortingPause pause(m_marketTable);
+    m_marketTable->setMarketStatus(row, status);
+}
+
+void MainWindow::refreshRowToolTip(int row)
+{
+    const QString symbol = m_marketTable->symbolAt(row);
+    const auto quote = m_lastQuotes.constFind(symbol);
+    m_marketTable->setRowToolTip(
+            row, marketRowToolTip(symbol, sectorForSymbol(symbol),
+                                  quote != m_lastQuotes.constEnd() ? &quote.value() : nullptr));
+}
+
+void MainWindow::addSymbolFromSearch()
+{
+    const QString symbol = normalizeSymbolInput(m_tickerSearch->text());
+    if (symbol.isEmpty() || findMarketRow(symbol) >= 0)
+        return;
+    addMarketRow(symbol, assetClassForSymbol(symbol), searchSourceLabel(symbol),
+                 QStringLiteral("pending"), true);
+    m_tickerSearch->clear();
+    saveWatchlist();
+    refreshMoversMosaic();
+    refreshQuote(symbol);
+}
+
+void MainWindow::loadWatchlist()
+{
+    QFile file(dataFileReadPath(DataFile::DefaultWatchlist));
+    if (file.open(QIODevice::ReadOnly)) {
+        for (const WatchlistEntry &entry : readWatchlistEntries(file.readAll())) {
+            const QString symbol = normalizeSymbolInput(entry.symbol);
+            if (symbol.isEmpty() || findMarketRow(symbol) >= 0)
+                continue;
+            addMarketRow(symbol, assetClassForSymbol(symbol),
+                         sourceLabelForProvider(entry.provider, symbol), QStringLiteral("pending"),
+                         false);
+        }
+    }
+    if (m_marketTable->rowCount() > 0)
+        return;
+    for (const QString &symbol : defaultWatchlistSymbols())
+        addMarketRow(symbol, assetClassForSymbol(symbol), defaultSourceLabel(symbol),
+                     QStringLiteral("pending"), false);
+    saveWatchlist();
+}
+
+QJsonObject MainWindow::buildWatchlistJson() const
+{
+    return watchlistDocument(m_marketTable->symbols());
+}
+
+void MainWindow::saveWatchlist()
+{
+    // A failure keeps the previous file and is silent: the rows are still on screen and the next
+    // change tries again.
+    writeFileAtomically(dataFileWritePath(DataFile::DefaultWatchlist),
+                        QJsonDocument(buildWatchlistJson()).toJson(QJsonDocument::Indented));
+}
+
+void MainWindow::moveMarketRow(int from, int to)
+{
+    if (!m_marketTable->moveMarketRow(from, to))
+        return;
+    saveWatchlist();
+    refreshMoversMosaic();
+    selectionChanged();
+    logEvent(translated(QStringLiteral("Watchlist row moved"),
+                        QStringLiteral("Linha da lista movida")));
+}
+
+void MainWindow::removeSelectedSymbol()
+{
+    const int row = m_marketTable->currentRow();
+    const QString symbol = m_marketTable->symbolAt(row);
+    if (row < 0 || symbol.isEmpty())
+        return;
+    m_candleCache.remove(symbol);
+    m_lastQuotes.remove(symbol);
+    m_quoteLog->forget(symbol);
+    m_marketTable->removeRow(row);
+    forgetOrderFlowSymbol(symbol);
+    refreshMoversMosaic();
+    refreshPortfolio();
+    selectionChanged();
+    saveWatchlist();
+}
+
+void MainWindow::selectionChanged()
+{
+    const QString symbol = m_marketTable->selectedSymbol();
+    const auto quote = m_lastQuotes.constFind(symbol);
+    m_quoteHeader->showSymbol(symbol, quote != m_lastQuotes.constEnd() ? &quote.value() : nullptr);
+    m_quoteLog->showSymbol(symbol);
+    if (m_chartArea)
+        m_chartArea->setText(symbol.isEmpty() ? QStringLiteral("Select a symbol")
+                                              : QStringLiteral("Waiting for market data"));
+    if (symbol.isEmpty())
+        return;
+    const AssetClass assetClass = assetClassOf(symbol);
+    if (assetClass == AssetClass::UsEquity || assetClass == AssetClass::Forex)
+        refreshSymbolDetailsTable(symbol);
+}
+
+void MainWindow::applyColumnPreset(const QString &preset)
+{
+    m_marketTable->applyColumnPreset(preset);
+    m_hiddenColumns = m_marketTable->hiddenColumns();
+    saveLocalSettings();
+    logEvent(translated(QStringLiteral("Column preset applied: %1"),
+                        QStringLiteral("Predefinição de colunas aplicada: %1"))
+                     .arg(preset));
+}
+
+void MainWindow::applyColumnVisibilityConfig()
+{
+    m_marketTable->setHiddenColumns(m_hiddenColumns);
+    m_hiddenColumns = m_marketTable->hiddenColumns();
+}
+
+void MainWindow::updateFxTicker(double price, double changePercent)
+{
+    if (!std::isfinite(price) || price <= 0)
+        return;
+    QString text = QStringLiteral("USD/BRL %1").arg(formatMarketNumber(price));
+    if (std::isfinite(changePercent))
+        text += QStringLiteral("  %1%2").arg(changePercent >= 0 ? QStringLiteral("+") : QString(),
+                                             formatChangePercent(changePercent));
+    m_fxTicker->setText(text);
+    const QString direction = changePercent < 0 ? QStringLiteral("down") : QStringLiteral("up");
+    if (m_fxTicker->property("direction").toString() != direction) {
+        m_fxTicker->setProperty("direction", direction);
+        m_fxTicker->style()->unpolish(m_fxTicker);
+        m_fxTicker->style()->polish(m_fxTicker);
+    }
+}
+
+// The panels below arrive one by one; each hook is where its panel hears about the market table.
+
+void MainWindow::checkPriceAlerts(const QString &, double) {}
+
+void MainWindow::refreshMoversMosaic() {}
+
+void MainWindow::refreshPortfolio() {}
+
+void MainWindow::updateChartLastCandle(const QString &, double) {}
+
+void MainWindow::refreshB3BookNotice(const QString &) {}
+
+void MainWindow::refreshSymbolDetailsTable(const QString &) {}
+
+void MainWindow::refreshWatchlistMovers() {}
+
+void MainWindow::applyBookPreset(const QString &) {}
+
+void MainWindow::forgetOrderFlowSymbol(const QString &) {}

@@ -1,0 +1,363 @@
+#include "ui/market_table.h"
+
+#include "market/market_row.h"
+#include "market/market_table_item.h"
+#include "ui/language.h"
+
+#include <QAction>
+#include <QEvent>
+#include <QFontDatabase>
+#include <QHeaderView>
+#include <QMenu>
+
+#include <cmath>
+
+namespace {
+
+// Starting widths; the user resizes from there and nothing resizes per update.
+constexpr int kColumnWidths[MarketColumnCount] = {88, 78, 72, 72, 72,  72, 80,  66,
+                                                  72, 72, 72, 66, 104, 64, 110, 134};
+constexpr int kRowHeight = 22;
+
+bool isNumericColumn(int column)
+{
+    return (column >= OpenColumn && column <= MacdColumn) || column == LatencyColumn;
+}
+
+} // namespace
+
+void widenColumnsToHeaders(QTableWidget *table)
+{
+    // Longer header words (Portuguese ones) widen their column; nothing ever narrows it.
+    QHeaderView *header = table->horizontalHeader();
+    for (int column = 0; column < table->columnCount(); ++column) {
+        const int needed = header->sectionSizeHint(column);
+        if (table->columnWidth(column) < needed)
+            table->setColumnWidth(column, needed);
+    }
+}
+
+SortingPause::SortingPause(QTableWidget *table)
+    : m_table(table)
+    , m_wasEnabled(table->isSortingEnabled())
+{
+    m_table->setSortingEnabled(false);
+}
+
+SortingPause::~SortingPause()
+{
+    m_table->setSortingEnabled(m_wasEnabled);
+}
+
+MarketTable::MarketTable(QWidget *parent)
+    : QTableWidget(0, MarketColumnCount, parent)
+{
+    setObjectName(QStringLiteral("marketTable"));
+    setSelectionBehavior(QAbstractItemView::SelectRows);
+    setSelectionMode(QAbstractItemView::SingleSelection);
+    setEditTriggers(QAbstractItemView::NoEditTriggers);
+    setAlternatingRowColors(true);
+    setWordWrap(false);
+    setCornerButtonEnabled(false);
+    setContextMenuPolicy(Qt::CustomContextMenu);
+    verticalHeader()->setVisible(false);
+    verticalHeader()->setDefaultSectionSize(kRowHeight);
+    verticalHeader()->setMinimumSectionSize(kRowHeight);
+
+    QHeaderView *header = horizontalHeader();
+    header->setHighlightSections(false);
+    header->setSectionsClickable(true);
+    header->setSectionsMovable(false);
+    header->setSortIndicatorShown(true);
+    header->setSortIndicator(-1, Qt::AscendingOrder);
+    header->setStretchLastSection(true);
+    header->setContextMenuPolicy(Qt::CustomContextMenu);
+    for (int column = 0; column < MarketColumnCount; ++column)
+        setColumnWidth(column, kColumnWidths[column]);
+
+    // Sorting starts off; the first click on a header switches it on for that column.
+    connect(header, &QHeaderView::sectionClicked, this, [this] {
+        if (!isSortingEnabled())
+            setSortingEnabled(true);
+    });
+    connect(header, &QWidget::customContextMenuRequested, this, [this, header](const QPoint &at) {
+        createHeaderMenu()->popup(header->viewport()->mapToGlobal(at));
+    });
+    connect(this, &QWidget::customContextMenuRequested, this, [this](const QPoint &at) {
+        const int row = rowAt(at.y());
+        if (row < 0)
+            return;
+        selectRow(row);
+        createRowMenu(row)->popup(viewport()->mapToGlobal(at));
+    });
+    retranslate();
+}
+
+int MarketTable::findMarketRow(const QString &symbol) const
+{
+    for (int row = 0; row < rowCount(); ++row) {
+        const QTableWidgetItem *cell = item(row, SymbolColumn);
+        if (cell && cell->text() == symbol)
+            return row;
+    }
+    return -1;
+}
+
+int MarketTable::addMarketRow(const QString &symbol, const QString &classLabel,
+                              const QString &source, const QString &status, bool select)
+{
+    int row = 0;
+    {
+        SortingPause pause(this);
+        row = rowCount();
+        insertRow(row);
+        setMarketCell(row, SymbolColumn, symbol);
+        setMarketCell(row, AssetColumn, classLabel);
+        for (int column = OpenColumn; column <= MacdColumn; ++column)
+            setMarketCell(row, column, QStringLiteral("--"));
+        setMarketCell(row, SourceColumn, source);
+        setMarketCell(row, LatencyColumn, QStringLiteral("--"));
+        setMarketStatus(row, status);
+        setMarketCell(row, UpdatedColumn, marketTimestamp());
+    }
+    // Sorting may have moved the new row.
+    row = findMarketRow(symbol);
+    if (select && row >= 0)
+        selectRow(row);
+    return row;
+}
+
+QTableWidgetItem *MarketTable::cellAt(int row, int column)
+{
+    QTableWidgetItem *cell = item(row, column);
+    if (cell)
+        return cell;
+    auto *created = new MarketTableItem;
+    if (column == SymbolColumn) {
+        QFont font = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+        font.setBold(true);
+        created->setFont(font);
+    } else if (isNumericColumn(column) || column == LastColumn) {
+        created->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+        created->setTextAlignment(Qt::AlignRight | Qt::AlignVCenter);
+    }
+    // A new cell inherits the row's tooltip.
+    if (const QTableWidgetItem *first = item(row, SymbolColumn))
+        created->setToolTip(first->toolTip());
+    setItem(row, column, created);
+    return created;
+}
+
+void MarketTable::setMarketCell(int row, int column, const QString &text)
+{
+    QTableWidgetItem *cell = cellAt(row, column);
+    cell->setText(text);
+    cell->setData(Qt::UserRole, QVariant());
+}
+
+void MarketTable::setMarketNumberCell(int row, int column, const QString &text, double value)
+{
+    QTableWidgetItem *cell = cellAt(row, column);
+    cell->setText(text);
+    cell->setData(Qt::UserRole, value);
+}
+
+void MarketTable::setMarketIndicatorCell(int row, int column, double value)
+{
+    if (std::isfinite(value))
+        setMarketNumberCell(row, column, formatMarketNumber(value), value);
+    else
+        setMarketCell(row, column, QStringLiteral("--"));
+}
+
+void MarketTable::colorChangeCell(int row, double changePercent)
+{
+    cellAt(row, ChangeColumn)->setForeground(changeColor(changePercent));
+}
+
+void MarketTable::writeQuoteCells(int row, double price, double changePercent,
+                                  const QString &source, const QString &latency,
+                                  const QString &status)
+{
+    {
+        SortingPause pause(this);
+        setMarketIndicatorCell(row, LastColumn, price);
+        if (std::isfinite(changePercent))
+            setMarketNumberCell(row, ChangeColumn, formatChangePercent(changePercent),
+                                changePercent);
+        else
+            setMarketCell(row, ChangeColumn, QStringLiteral("--"));
+        setMarketCell(row, SourceColumn, source);
+        setMarketCell(row, LatencyColumn, latency);
+        setMarketStatus(row, status);
+        setMarketCell(row, UpdatedColumn, marketTimestamp());
+    }
+}
+
+void MarketTable::setMarketStatus(int row, const QString &status)
+{
+    setMarketCell(row, StatusColumn, localizedStatusWord(status));
+}
+
+void MarketTable::setRowToolTip(int row, const QString &text)
+{
+    for (int column = 0; column < columnCount(); ++column)
+        cellAt(row, column)->setToolTip(text);
+}
+
+bool MarketTable::moveMarketRow(int from, int to)
+{
+    if (from < 0 || to < 0 || from >= rowCount() || to >= rowCount() || from == to)
+        return false;
+    // A manual order and a sorted view exclude each other: the move keeps the manual order.
+    setSortingEnabled(false);
+    horizontalHeader()->setSortIndicator(-1, Qt::AscendingOrder);
+    QList<QTableWidgetItem *> cells;
+    for (int column = 0; column < columnCount(); ++column)
+        cells << takeItem(from, column);
+    removeRow(from);
+    insertRow(to);
+    for (int column = 0; column < cells.size(); ++column)
+        setItem(to, column, cells.at(column));
+    selectRow(to);
+    return true;
+}
+
+QString MarketTable::symbolAt(int row) const
+{
+    const QTableWidgetItem *cell = item(row, SymbolColumn);
+    return cell ? cell->text() : QString();
+}
+
+QString MarketTable::selectedSymbol() const
+{
+    return symbolAt(currentRow());
+}
+
+QStringList MarketTable::symbols() const
+{
+    QStringList result;
+    for (int row = 0; row < rowCount(); ++row) {
+        if (const QTableWidgetItem *cell = item(row, SymbolColumn))
+            result << cell->text();
+    }
+    return result;
+}
+
+void MarketTable::setHiddenColumns(const QSet<int> &columns)
+{
+    m_hiddenColumns = columns;
+    m_hiddenColumns.remove(SymbolColumn);
+    applyHiddenColumns();
+}
+
+void MarketTable::applyColumnPreset(const QString &preset)
+{
+    setHiddenColumns(hiddenColumnsForPreset(preset));
+}
+
+bool MarketTable::toggleColumn(int column)
+{
+    if (column <= SymbolColumn || column >= MarketColumnCount)
+        return false;
+    if (m_hiddenColumns.contains(column))
+        m_hiddenColumns.remove(column);
+    else
+        m_hiddenColumns.insert(column);
+    applyHiddenColumns();
+    return true;
+}
+
+void MarketTable::applyHiddenColumns()
+{
+    for (int column = 0; column < MarketColumnCount; ++column)
+        setColumnHidden(column, m_hiddenColumns.contains(column));
+}
+
+void MarketTable::setIndicatorPeriods(int smaPeriod, int emaPeriod)
+{
+    m_smaPeriod = smaPeriod;
+    m_emaPeriod = emaPeriod;
+    retranslate();
+}
+
+void MarketTable::retranslate()
+{
+    QStringList headers;
+    for (int column = 0; column < MarketColumnCount; ++column)
+        headers << marketColumnHeader(column, m_smaPeriod, m_emaPeriod);
+    setHorizontalHeaderLabels(headers);
+    widenColumnsToHeaders(this);
+    // Status words follow the language; every other written cell keeps the one it was written in.
+    SortingPause pause(this);
+    for (int row = 0; row < rowCount(); ++row) {
+        if (QTableWidgetItem *cell = item(row, StatusColumn))
+            cell->setText(localizedStatusWord(cell->text()));
+    }
+}
+
+void MarketTable::changeEvent(QEvent *event)
+{
+    if (event->type() == QEvent::LanguageChange)
+        retranslate();
+    QTableWidget::changeEvent(event);
+}
+
+QMenu *MarketTable::createHeaderMenu()
+{
+    auto *menu = new QMenu(this);
+    menu->setObjectName(QStringLiteral("marketHeaderMenu"));
+    connect(menu, &QMenu::aboutToHide, menu, &QObject::deleteLater);
+    for (int column = 0; column < MarketColumnCount; ++column) {
+        QAction *action = menu->addAction(marketColumnHeader(column, m_smaPeriod, m_emaPeriod));
+        action->setCheckable(true);
+        action->setChecked(!isColumnHidden(column));
+        action->setData(column);
+        connect(action, &QAction::triggered, this, [this, column] {
+            if (toggleColumn(column))
+                emit columnVisibilityChanged();
+            else
+                emit symbolColumnHideRefused();
+        });
+    }
+    return menu;
+}
+
+QMenu *MarketTable::createRowMenu(int row)
+{
+    auto *menu = new QMenu(this);
+    menu->setObjectName(QStringLiteral("marketRowMenu"));
+    connect(menu, &QMenu::aboutToHide, menu, &QObject::deleteLater);
+    const QString symbol = symbolAt(row);
+    const int last = rowCount() - 1;
+    auto add = [menu](const char *name, const QString &english, const QString &portuguese) {
+        QAction *action = menu->addAction(translated(english, portuguese));
+        action->setObjectName(QLatin1String(name));
+        return action;
+    };
+    connect(add("createAlert", QStringLiteral("Create alert"), QStringLiteral("Criar alerta")),
+            &QAction::triggered, this, [this, symbol] { emit createAlertRequested(symbol); });
+    menu->addSeparator();
+    const struct
+    {
+        const char *name;
+        QString english;
+        QString portuguese;
+        int to;
+    } moves[] = {
+            {"moveUp", QStringLiteral("Move up"), QStringLiteral("Mover para cima"), row - 1},
+            {"moveDown", QStringLiteral("Move down"), QStringLiteral("Mover para baixo"), row + 1},
+            {"moveToTop", QStringLiteral("Move to top"), QStringLiteral("Mover para o topo"), 0},
+            {"moveToBottom", QStringLiteral("Move to bottom"), QStringLiteral("Mover para o fim"),
+             last},
+    };
+    for (const auto &move : moves) {
+        const int to = move.to;
+        connect(add(move.name, move.english, move.portuguese), &QAction::triggered, this,
+                [this, row, to] { emit moveRequested(row, to); });
+    }
+    menu->addSeparator();
+    connect(add("removeSymbol", QStringLiteral("Remove symbol"), QStringLiteral("Remover símbolo")),
+            &QAction::triggered, this, [this, row] { emit removeRequested(row); });
+    return menu;
+}

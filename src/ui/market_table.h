@@ -1,0 +1,87 @@
+#pragma once
+
+#include <QSet>
+#include <QTableWidget>
+
+class QMenu;
+
+// The watchlist table: one row per followed symbol, sixteen columns. It writes cells by the
+// table's rules and reports what the user asked for; the window decides what follows (saving the
+// watchlist, the settings, the event console).
+class MarketTable : public QTableWidget
+{
+    Q_OBJECT
+
+public:
+    explicit MarketTable(QWidget *parent = nullptr);
+
+    int findMarketRow(const QString &symbol) const;
+    int addMarketRow(const QString &symbol, const QString &classLabel, const QString &source,
+                     const QString &status, bool select);
+    void setMarketCell(int row, int column, const QString &text);
+    void setMarketNumberCell(int row, int column, const QString &text, double value);
+    void setMarketIndicatorCell(int row, int column, double value);
+    void colorChangeCell(int row, double changePercent);
+    // Last price, change, source, latency, status and time of one row, and the change colour.
+    void writeQuoteCells(int row, double price, double changePercent, const QString &source,
+                         const QString &latency, const QString &status);
+    void setMarketStatus(int row, const QString &status);
+    void setRowToolTip(int row, const QString &text);
+    // Moves a row and keeps the manual order (sorting stays off). False when nothing moved.
+    bool moveMarketRow(int from, int to);
+
+    QString symbolAt(int row) const;
+    QString selectedSymbol() const;
+    QStringList symbols() const;
+
+    // Column visibility. Column 0 is always shown.
+    QSet<int> hiddenColumns() const { return m_hiddenColumns; }
+    void setHiddenColumns(const QSet<int> &columns);
+    void applyColumnPreset(const QString &preset);
+    // Shows or hides one column from the header menu; false for column 0, which stays.
+    bool toggleColumn(int column);
+
+    void setIndicatorPeriods(int smaPeriod, int emaPeriod);
+    void retranslate();
+
+    // The menus, built on demand; the caller shows them and they delete themselves when closed.
+    QMenu *createHeaderMenu();
+    QMenu *createRowMenu(int row);
+
+signals:
+    void createAlertRequested(const QString &symbol);
+    void moveRequested(int from, int to);
+    void removeRequested(int row);
+    // A column was shown or hidden from the header menu.
+    void columnVisibilityChanged();
+    void symbolColumnHideRefused();
+
+protected:
+    void changeEvent(QEvent *event) override;
+
+private:
+    QTableWidgetItem *cellAt(int row, int column);
+    void applyHiddenColumns();
+
+    QSet<int> m_hiddenColumns;
+    int m_smaPeriod = 20;
+    int m_emaPeriod = 20;
+};
+
+// Widens every column whose header text does not fit.
+void widenColumnsToHeaders(QTableWidget *table);
+
+// Switches sorting off for a multi-cell write and restores it, so rows do not move while their
+// cells are being written.
+class SortingPause
+{
+public:
+    explicit SortingPause(QTableWidget *table);
+    ~SortingPause();
+    SortingPause(const SortingPause &) = delete;
+    SortingPause &operator=(const SortingPause &) = delete;
+
+private:
+    QTableWidget *m_table;
+    bool m_wasEnabled;
+};

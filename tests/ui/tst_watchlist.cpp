@@ -1,0 +1,367 @@
+#include "app/identity.h"
+#include "market/market_row.h"
+#include "support/fake_provider.h"
+#include "support/isolated_folders.h"
+#include "ui/language.h"
+#include "ui/main_window.h"
+#include "ui/market_table.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QCompleter>
+#include <QHeaderView>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMenu>
+#include <QPlainTextEdit>
+#include <QTest>
+
+namespace {
+
+QString watchlistPath(const IsolatedFolders &folders)
+{
+    return folders.expectedConfigFolder() + QStringLiteral("/watchlists/default.json");
+}
+
+QStringList storedSymbols(const IsolatedFolders &folders)
+{
+    QStringList symbols;
+    const QJsonArray rows =
+            QJsonDocument::fromJson(IsolatedFolders::readFile(watchlistPath(folders)))
+                    .object()
+                    .value("symbols")
+                    .toArray();
+    for (const QJsonValue &row : rows)
+        symbols << row.toObject().value("symbol").toString();
+    return symbols;
+}
+
+int eventLines(const MainWindow &window)
+{
+    const QString text = window.findChild<QPlainTextEdit *>("eventConsole")->toPlainText();
+    return text.isEmpty() ? 0 : int(text.count(QLatin1Char('\n'))) + 1;
+}
+
+QAction *menuAction(QMenu *menu, const char *name)
+{
+    return menu->findChild<QAction *>(QLatin1String(name));
+}
+
+} // namespace
+
+class WatchlistTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+
+    void watchlistFileDecidesTheRows_data();
+    void watchlistFileDecidesTheRows();
+    void typingASymbolAddsItOnce();
+    void quotesFillTheirRow();
+    void lastSortsByValueAndPlaceholdersByText();
+    void movesAtTheEdgesDoNothing();
+    void removingASymbolForgetsIt();
+    void presetsAndTheHeaderMenuHideColumns();
+    void languageRelabelsHeadersAndStatusButNotWrittenLines();
+
+private:
+    FakeProvider m_provider;
+};
+
+void WatchlistTest::initTestCase()
+{
+    applyApplicationIdentity(*qApp);
+    QVERIFY(m_provider.listen());
+    m_provider.serveEveryEndpoint();
+}
+
+void WatchlistTest::init()
+{
+    setInterfaceLanguage(QStringLiteral("en"));
+    m_provider.clearRequests();
+}
+
+void WatchlistTest::watchlistFileDecidesTheRows_data()
+{
+    QTest::addColumn<QByteArray>("file"); // empty: no file at all
+    QTest::addColumn<QStringList>("rows");
+    QTest::addColumn<QStringList>("sources");
+    QTest::addColumn<bool>("rewritten");
+    const QStringList defaults{"PETR4.SA", "VALE3.SA", "AAPL", "NVDA",
+                               "BTCUSDT",  "ETHUSDT",  "BRL=X"};
+    const QStringList defaultSources{"BrAPI",      "BrAPI",      "Yahoo", "Yahoo",
+                                     "Binance WS", "Binance WS", "Yahoo"};
+    QTest::newRow("missing file") << QByteArray() << defaults << defaultSources << true;
+    QTest::newRow("empty symbol list") << QByteArray(R"({"name":"Default","symbols":[]})")
+                                       << defaults << defaultSources << true;
+    QTest::newRow("not json") << QByteArray("{\"symbols\": [") << defaults << defaultSources
+                              << true;
+    QTest::newRow("duplicates and user spellings")
+            << QByteArray(R"({"symbols":[{"symbol":"petr4","provider":"brapi"},
+                                          {"symbol":"PETR4.SA","provider":"brapi"},
+                                          {"symbol":"usd/brl","provider":"yahoo"},
+                                          {"symbol":"btcusdt","provider":"binance"}]})")
+            << QStringList{"PETR4.SA", "BRL=X", "BTCUSDT"}
+            << QStringList{"BrAPI", "Yahoo", "Binance WS"} << false;
+    QTest::newRow("unknown providers and unusable symbols")
+            << QByteArray(R"({"symbols":[{"symbol":"AAPL","provider":"bloomberg"},
+                                          {"symbol":"","provider":"yahoo"},
+                                          {"symbol":"   "},
+                                          {"symbol":"VALE3.SA"}]})")
+            << QStringList{"AAPL", "VALE3.SA"} << QStringList{"Yahoo", "BrAPI"} << false;
+}
+
+void WatchlistTest::watchlistFileDecidesTheRows()
+{
+    QFETCH(QByteArray, file);
+    QFETCH(QStringList, rows);
+    QFETCH(QStringList, sources);
+    QFETCH(bool, rewritten);
+    IsolatedFolders folders;
+    if (!file.isNull())
+        folders.writeFile(watchlistPath(folders), file);
+    MainWindow window;
+    MarketTable *table = window.marketTable();
+    QCOMPARE(table->symbols(), rows);
+    for (int row = 0; row < rows.size(); ++row) {
+        QCOMPARE(table->item(row, SourceColumn)->text(), sources.at(row));
+        QCOMPARE(table->item(row, StatusColumn)->text(), QStringLiteral("pending"));
+        QCOMPARE(table->item(row, AssetColumn)->text(), assetClassForSymbol(rows.at(row)));
+    }
+    QCOMPARE(table->currentRow(), 0); // the first row starts selected
+    if (rewritten)
+        QCOMPARE(storedSymbols(folders), rows);
+    else
+        QCOMPARE(IsolatedFolders::readFile(watchlistPath(folders)), file); // left as it was
+}
+
+void WatchlistTest::typingASymbolAddsItOnce()
+{
+    IsolatedFolders folders;
+    folders.writeFile(watchlistPath(folders), R"({"symbols":[{"symbol":"AAPL"}]})");
+    MainWindow window;
+    auto *search = window.findChild<QLineEdit *>("tickerSearch");
+    search->setText(QStringLiteral("petr4"));
+    QTest::keyClick(search, Qt::Key_Return);
+
+    MarketTable *table = window.marketTable();
+    QCOMPARE(table->symbols(), (QStringList{"AAPL", "PETR4.SA"}));
+    QCOMPARE(table->currentRow(), 1);
+    QCOMPARE(table->item(1, SourceColumn)->text(), QStringLiteral("Yahoo"));
+    QVERIFY(search->text().isEmpty());
+    QCOMPARE(storedSymbols(folders), (QStringList{"AAPL", "PETR4.SA"}));
+    // With no keys, BrAPI's public quote is the first B3 step.
+    QTRY_VERIFY(std::any_of(m_provider.requests().cbegin(), m_provider.requests().cend(),
+                            [](const RecordedRequest &r) { return r.path == "/api/quote/PETR4"; }));
+
+    search->setText(QStringLiteral("PETR4"));
+    QTest::keyClick(search, Qt::Key_Return);
+    QCOMPARE(table->rowCount(), 2);
+    QCOMPARE(search->text(), QStringLiteral("PETR4")); // nothing happened
+
+    // A picked completer entry confirms at once.
+    emit search->completer()->activated(QStringLiteral("USD/BRL  (Forex)"));
+    QCOMPARE(table->symbols().last(), QStringLiteral("BRL=X"));
+}
+
+void WatchlistTest::quotesFillTheirRow()
+{
+    IsolatedFolders folders;
+    folders.writeFile(watchlistPath(folders), R"({"symbols":[{"symbol":"PETR4.SA"}]})");
+    m_provider.setReply("/api/quote/PETR4", FakeReply::json(R"({"error":true})", 402));
+    m_provider.setReply("/v8/finance/chart/PETR4.SA",
+                        FakeReply::json(providerData("yahoo_chart_petr4_1d.json")));
+    MainWindow window;
+    MarketTable *table = window.marketTable();
+    QTRY_COMPARE(table->item(0, SourceColumn)->text(), QStringLiteral("yahoo_b3"));
+    QVERIFY(table->item(0, LastColumn)->data(Qt::UserRole).toDouble() > 0);
+    QVERIFY(table->item(0, LatencyColumn)->text().endsWith(QStringLiteral(" ms")));
+    QCOMPARE(table->item(0, StatusColumn)->text(), QStringLiteral("free/delayed"));
+    QVERIFY(table->item(0, ChangeColumn)->text().endsWith(QLatin1Char('%')));
+    QVERIFY(table->item(0, 5)->toolTip().contains(QStringLiteral("yahoo_b3")));
+    // The selected row's quote reaches the header and the log.
+    QTRY_COMPARE(window.findChild<QTableWidget *>("quoteLogTable")->rowCount(), 1);
+
+    // A quote for a symbol without a row changes nothing.
+    window.updateMarketRow(QStringLiteral("MSFT"), 10, 1, "x", "1 ms", "realtime");
+    QCOMPARE(table->rowCount(), 1);
+    // The change colour follows the sign, zero included.
+    window.updateMarketRow(QStringLiteral("PETR4.SA"), 38, 0.0, "Yahoo", "5 ms", "free/delayed");
+    QCOMPARE(table->item(0, ChangeColumn)->foreground().color().name(), QStringLiteral("#20c878"));
+    window.updateMarketRow(QStringLiteral("PETR4.SA"), 38, qQNaN(), "Yahoo", "5 ms",
+                           "free/delayed");
+    QCOMPARE(table->item(0, ChangeColumn)->text(), QStringLiteral("--"));
+    QCOMPARE(table->item(0, ChangeColumn)->foreground().color().name(), QStringLiteral("#d8e6e3"));
+    m_provider.setReply("/api/quote/PETR4",
+                        FakeReply::json(R"({"error":"no scripted reply"})", 404));
+    m_provider.setReply("/v8/finance/chart/PETR4.SA",
+                        FakeReply::json(R"({"error":"no scripted reply"})", 404));
+}
+
+void WatchlistTest::lastSortsByValueAndPlaceholdersByText()
+{
+    IsolatedFolders folders;
+    folders.writeFile(watchlistPath(folders),
+                      R"({"symbols":[{"symbol":"AAPL"},{"symbol":"NVDA"},{"symbol":"MSFT"},
+                                     {"symbol":"PETR4.SA"},{"symbol":"VALE3.SA"}]})");
+    MainWindow window;
+    MarketTable *table = window.marketTable();
+    window.updateMarketRow("AAPL", 10.25, 1, "Yahoo", "1 ms", "free/delayed");
+    window.updateMarketRow("NVDA", 9.5, 1, "Yahoo", "1 ms", "free/delayed");
+    window.updateMarketRow("MSFT", 1000, 1, "Yahoo", "1 ms", "free/delayed");
+    QVERIFY(!table->isSortingEnabled());
+    // The first click on a header switches sorting on.
+    QHeaderView *header = table->horizontalHeader();
+    QTest::mouseClick(header->viewport(), Qt::LeftButton, {},
+                      QPoint(header->sectionViewportPosition(LastColumn) + 10, 5));
+    QVERIFY(table->isSortingEnabled());
+    QCOMPARE(header->sortIndicatorSection(), int(LastColumn));
+    QStringList order;
+    for (int row = 0; row < table->rowCount(); ++row)
+        order << table->item(row, SymbolColumn)->text();
+    // Numbers by value ("1000.00" would sort first as text); a "--" cell meets a number as text,
+    // and "-" orders before every digit.
+    QCOMPARE(table->item(0, LastColumn)->text(), QStringLiteral("--"));
+    QCOMPARE(table->item(1, LastColumn)->text(), QStringLiteral("--"));
+    QCOMPARE(order.mid(2), (QStringList{"NVDA", "AAPL", "MSFT"}));
+
+    // A write while sorted lands in the right row, and the row moves only once it is complete.
+    window.updateMarketRow("PETR4.SA", 5, -1, "BrAPI", "2 ms", "free/delayed");
+    QCOMPARE(table->item(1, SymbolColumn)->text(), QStringLiteral("PETR4.SA"));
+    QCOMPARE(table->item(1, SourceColumn)->text(), QStringLiteral("BrAPI"));
+    QCOMPARE(table->item(1, ChangeColumn)->text(), QStringLiteral("-1.00%"));
+}
+
+void WatchlistTest::movesAtTheEdgesDoNothing()
+{
+    IsolatedFolders folders;
+    folders.writeFile(watchlistPath(folders),
+                      R"({"symbols":[{"symbol":"AAPL"},{"symbol":"NVDA"},{"symbol":"MSFT"}]})");
+    MainWindow window;
+    MarketTable *table = window.marketTable();
+    const QByteArray before = IsolatedFolders::readFile(watchlistPath(folders));
+    const int lines = eventLines(window);
+
+    menuAction(table->createRowMenu(0), "moveUp")->trigger();
+    menuAction(table->createRowMenu(2), "moveToBottom")->trigger();
+    menuAction(table->createRowMenu(0), "moveToTop")->trigger();
+    QCOMPARE(table->symbols(), (QStringList{"AAPL", "NVDA", "MSFT"}));
+    QCOMPARE(eventLines(window), lines);
+    QCOMPARE(IsolatedFolders::readFile(watchlistPath(folders)), before);
+
+    menuAction(table->createRowMenu(0), "moveToBottom")->trigger();
+    QCOMPARE(table->symbols(), (QStringList{"NVDA", "MSFT", "AAPL"}));
+    QCOMPARE(table->currentRow(), 2);
+    QCOMPARE(eventLines(window), lines + 1);
+    QVERIFY(window.findChild<QPlainTextEdit *>("eventConsole")
+                    ->toPlainText()
+                    .endsWith(QStringLiteral("Watchlist row moved")));
+    QCOMPARE(storedSymbols(folders), (QStringList{"NVDA", "MSFT", "AAPL"}));
+    menuAction(table->createRowMenu(2), "moveUp")->trigger();
+    QCOMPARE(table->symbols(), (QStringList{"NVDA", "AAPL", "MSFT"}));
+    // The moved row keeps all its cells.
+    QCOMPARE(table->item(1, AssetColumn)->text(), QStringLiteral("US Equity"));
+}
+
+void WatchlistTest::removingASymbolForgetsIt()
+{
+    IsolatedFolders folders;
+    folders.writeFile(watchlistPath(folders),
+                      R"({"symbols":[{"symbol":"AAPL"},{"symbol":"NVDA"}]})");
+    MainWindow window;
+    MarketTable *table = window.marketTable();
+    menuAction(table->createRowMenu(0), "removeSymbol")->trigger();
+    QCOMPARE(table->symbols(), QStringList{"NVDA"});
+    QCOMPARE(storedSymbols(folders), QStringList{"NVDA"});
+    QCOMPARE(table->currentRow(), 0);
+    window.removeSelectedSymbol();
+    QCOMPARE(table->rowCount(), 0);
+    QCOMPARE(storedSymbols(folders), QStringList{}); // an empty list is a choice, kept as such
+}
+
+void WatchlistTest::presetsAndTheHeaderMenuHideColumns()
+{
+    IsolatedFolders folders;
+    MainWindow window;
+    MarketTable *table = window.marketTable();
+    auto hiddenCount = [table] {
+        int count = 0;
+        for (int column = 0; column < MarketColumnCount; ++column)
+            count += table->isColumnHidden(column) ? 1 : 0;
+        return count;
+    };
+    window.applyColumnPreset(QStringLiteral("compact"));
+    QCOMPARE(hiddenCount(), 11);
+    QVERIFY(window.findChild<QPlainTextEdit *>("eventConsole")
+                    ->toPlainText()
+                    .endsWith(QStringLiteral("Column preset applied: compact")));
+    const QString settingsPath = folders.expectedConfigFolder() + QStringLiteral("/local.json");
+    QCOMPARE(QJsonDocument::fromJson(IsolatedFolders::readFile(settingsPath))
+                     .object()
+                     .value("hidden_columns")
+                     .toString(),
+             QStringLiteral("1,2,3,4,5,8,9,10,11,13,15"));
+    window.applyColumnPreset(QStringLiteral("all"));
+    QCOMPARE(hiddenCount(), 0);
+
+    // The header menu: one checkable entry per column; the symbol column refuses.
+    QMenu *menu = table->createHeaderMenu();
+    QCOMPARE(menu->actions().size(), int(MarketColumnCount));
+    QCOMPARE(menu->actions().at(LastColumn)->text(), QStringLiteral("Last"));
+    menu->actions().at(LatencyColumn)->trigger();
+    QVERIFY(table->isColumnHidden(LatencyColumn));
+    QCOMPARE(QJsonDocument::fromJson(IsolatedFolders::readFile(settingsPath))
+                     .object()
+                     .value("hidden_columns")
+                     .toString(),
+             QStringLiteral("13"));
+    QVERIFY(!table->createHeaderMenu()->actions().at(LatencyColumn)->isChecked());
+    table->createHeaderMenu()->actions().at(SymbolColumn)->trigger();
+    QVERIFY(!table->isColumnHidden(SymbolColumn));
+    QVERIFY(window.findChild<QPlainTextEdit *>("eventConsole")
+                    ->toPlainText()
+                    .endsWith(QStringLiteral("Symbol column cannot be hidden")));
+
+    // A restart keeps the choice.
+    MainWindow again;
+    QVERIFY(again.marketTable()->isColumnHidden(LatencyColumn));
+    QCOMPARE(again.marketTable()->hiddenColumns(), QSet<int>{LatencyColumn});
+}
+
+void WatchlistTest::languageRelabelsHeadersAndStatusButNotWrittenLines()
+{
+    IsolatedFolders folders;
+    MainWindow window;
+    MarketTable *table = window.marketTable();
+    auto *console = window.findChild<QPlainTextEdit *>("eventConsole");
+    window.updateMarketRow("AAPL", 10, 1, "Yahoo", "1 ms", "free/delayed");
+    const QString english = console->toPlainText();
+
+    window.setLanguage(QStringLiteral("pt_BR"));
+    QCOMPARE(table->horizontalHeaderItem(LastColumn)->text(), QStringLiteral("Último"));
+    QCOMPARE(table->horizontalHeaderItem(SmaColumn)->text(), QStringLiteral("SMA20"));
+    const int aapl = table->findMarketRow("AAPL");
+    QCOMPARE(table->item(aapl, StatusColumn)->text(), QStringLiteral("gratuito/com delay"));
+    QCOMPARE(table->item(0, StatusColumn)->text(), QStringLiteral("pendente"));
+    QVERIFY(console->toPlainText().startsWith(english)); // written lines stay as they were
+    QVERIFY(console->toPlainText().endsWith(QStringLiteral("Idioma alterado")));
+    // A status written in either language lands in the current one.
+    window.updateMarketRow("AAPL", 10, 1, "Yahoo", "1 ms", "loading");
+    QCOMPARE(table->item(aapl, StatusColumn)->text(), QStringLiteral("carregando"));
+
+    const int lines = eventLines(window);
+    window.setLanguage(QStringLiteral("pt_BR")); // already Portuguese: nothing at all
+    QCOMPARE(eventLines(window), lines);
+    window.setLanguage(QStringLiteral("en"));
+    QCOMPARE(table->item(aapl, StatusColumn)->text(), QStringLiteral("loading"));
+    QCOMPARE(table->horizontalHeaderItem(LastColumn)->text(), QStringLiteral("Last"));
+}
+
+QTEST_MAIN(WatchlistTest)
+#include "tst_watchlist.moc"

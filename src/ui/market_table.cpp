@@ -9,6 +9,7 @@
 #include <QFontDatabase>
 #include <QHeaderView>
 #include <QMenu>
+#include <QTimer>
 
 #include <cmath>
 
@@ -35,6 +36,12 @@ void widenColumnsToHeaders(QTableWidget *table)
         if (table->columnWidth(column) < needed)
             table->setColumnWidth(column, needed);
     }
+}
+
+void fitColumnsToHeadersLater(QTableWidget *table)
+{
+    // A new style sheet reaches the header after the table; measure once both are polished.
+    QTimer::singleShot(0, table, [table] { widenColumnsToHeaders(table); });
 }
 
 SortingPause::SortingPause(QTableWidget *table)
@@ -300,6 +307,8 @@ void MarketTable::changeEvent(QEvent *event)
 {
     if (event->type() == QEvent::LanguageChange)
         retranslate();
+    if (event->type() == QEvent::StyleChange || event->type() == QEvent::FontChange)
+        fitColumnsToHeadersLater(this);
     QTableWidget::changeEvent(event);
 }
 

@@ -70,6 +70,7 @@ private:
 
 // Widens every column whose header text does not fit.
 void widenColumnsToHeaders(QTableWidget *table);
+void fitColumnsToHeadersLater(QTableWidget *table);
 
 // Switches sorting off for a multi-cell write and restores it, so rows do not move while their
 // cells are being written.

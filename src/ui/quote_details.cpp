@@ -265,5 +265,7 @@ void QuoteLog::changeEvent(QEvent *event)
 {
     if (event->type() == QEvent::LanguageChange)
         retranslate();
+    if (event->type() == QEvent::StyleChange)
+        fitColumnsToHeadersLater(m_table);
     QWidget::changeEvent(event);
 }

@@ -9,6 +9,7 @@
 #include <QFontDatabase>
 #include <QHeaderView>
 #include <QMenu>
+#include <QMetaMethod>
 #include <QTimer>
 
 #include <cmath>
@@ -344,8 +345,13 @@ QMenu *MarketTable::createRowMenu(int row)
         action->setObjectName(QLatin1String(name));
         return action;
     };
-    connect(add("createAlert", QStringLiteral("Create alert"), QStringLiteral("Criar alerta")),
-            &QAction::triggered, this, [this, symbol] { emit createAlertRequested(symbol); });
+    QAction *alert =
+            add("createAlert", QStringLiteral("Create alert"), QStringLiteral("Criar alerta"));
+    // Offered once something can take the alert.
+    alert->setEnabled(
+            isSignalConnected(QMetaMethod::fromSignal(&MarketTable::createAlertRequested)));
+    connect(alert, &QAction::triggered, this,
+            [this, symbol] { emit createAlertRequested(symbol); });
     menu->addSeparator();
     const struct
     {

@@ -93,6 +93,8 @@ public:
     void refreshMarketQuotes();
     void refreshWatchlistBatch();
     void refreshFxTicker();
+    // The pair behind the top-bar USD/BRL ticker.
+    static QString fxTickerSymbol() { return QStringLiteral("BRL=X"); }
     void startMarketData();
 
 private:

@@ -14,8 +14,6 @@ constexpr int kWatchlistRefreshMs = 60000;
 constexpr int kFxTickerRefreshMs = 60000;
 constexpr int kMarketDataStartMs = 250;
 
-const QString kFxTickerSymbol = QStringLiteral("BRL=X");
-
 } // namespace
 
 void MainWindow::setupQuoteRouting()
@@ -50,7 +48,7 @@ void MainWindow::startMarketData()
         refreshQuote(symbol);
     refreshWatchlistBatch();
     // The ticker's pair is asked only when no row already asked for it.
-    if (findMarketRow(kFxTickerSymbol) < 0)
+    if (findMarketRow(fxTickerSymbol()) < 0)
         refreshFxTicker();
     m_quoteTimer->start();
     m_watchlistTimer->start();
@@ -86,7 +84,7 @@ void MainWindow::refreshWatchlistBatch()
 
 void MainWindow::refreshFxTicker()
 {
-    refreshQuote(kFxTickerSymbol);
+    refreshQuote(fxTickerSymbol());
 }
 
 void MainWindow::showStatusMessage(const QString &text)

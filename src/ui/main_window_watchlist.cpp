@@ -12,15 +12,8 @@
 #include <QJsonDocument>
 #include <QLabel>
 #include <QLineEdit>
-#include <QStyle>
 
 #include <cmath>
-
-namespace {
-
-const QString kFxTickerSymbol = QStringLiteral("BRL=X");
-
-} // namespace
 
 int MainWindow::findMarketRow(const QString &symbol) const
 {
@@ -54,7 +47,7 @@ void MainWindow::updateMarketRow(const QString &symbol, double price, double cha
                                  const QString &status)
 {
     // The top-bar ticker follows its pair whether or not the pair has a row.
-    if (symbol == kFxTickerSymbol)
+    if (symbol == fxTickerSymbol())
         updateFxTicker(price, changePercent);
 
     const int row = findMarketRow(symbol);
@@ -240,12 +233,7 @@ void MainWindow::updateFxTicker(double price, double changePercent)
         text += QStringLiteral("  %1%2").arg(changePercent >= 0 ? QStringLiteral("+") : QString(),
                                              formatChangePercent(changePercent));
     m_fxTicker->setText(text);
-    const QString direction = changePercent < 0 ? QStringLiteral("down") : QStringLiteral("up");
-    if (m_fxTicker->property("direction").toString() != direction) {
-        m_fxTicker->setProperty("direction", direction);
-        m_fxTicker->style()->unpolish(m_fxTicker);
-        m_fxTicker->style()->polish(m_fxTicker);
-    }
+    setChangeDirection(m_fxTicker, changePercent);
 }
 
 // The panels below arrive one by one; each hook is where its panel hears about the market table.

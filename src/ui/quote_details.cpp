@@ -31,19 +31,6 @@ QString priceColor(double changePercent)
     return std::isfinite(changePercent) && changePercent < 0 ? kLoss : kGain;
 }
 
-void setDirection(QWidget *widget, double changePercent)
-{
-    const QString direction = !std::isfinite(changePercent) ? QString()
-                              : changePercent >= 0          ? QStringLiteral("up")
-                                                            : QStringLiteral("down");
-    if (widget->property("direction").toString() == direction)
-        return;
-    widget->setProperty("direction", direction);
-    // Style sheets read dynamic properties at polish time only.
-    widget->style()->unpolish(widget);
-    widget->style()->polish(widget);
-}
-
 QString volumeText(double volume)
 {
     if (!std::isfinite(volume))
@@ -58,6 +45,19 @@ QString volumeText(double volume)
 }
 
 } // namespace
+
+void setChangeDirection(QWidget *widget, double changePercent)
+{
+    const QString direction = !std::isfinite(changePercent) ? QString()
+                              : changePercent >= 0          ? QStringLiteral("up")
+                                                            : QStringLiteral("down");
+    if (widget->property("direction").toString() == direction)
+        return;
+    widget->setProperty("direction", direction);
+    // Style sheets read dynamic properties at polish time only.
+    widget->style()->unpolish(widget);
+    widget->style()->polish(widget);
+}
 
 QuoteHeader::QuoteHeader(QWidget *parent)
     : QWidget(parent)
@@ -127,7 +127,7 @@ void QuoteHeader::render()
     else
         m_lastTile->setText(QStringLiteral("--"));
     m_changeTile->setText(formatChangePercent(quote.changePercent));
-    setDirection(m_changeTile, quote.changePercent);
+    setChangeDirection(m_changeTile, quote.changePercent);
     m_rangeTile->setText(translated(QStringLiteral("O %1  H %2  L %3  Prev %4  Vol %5"),
                                     QStringLiteral("A %1  Máx %2  Mín %3  Ant %4  Vol %5"))
                                  .arg(formatMarketNumber(quote.open),

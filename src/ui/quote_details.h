@@ -9,6 +9,9 @@
 class QLabel;
 class QTableWidget;
 
+// Sets the `direction` property the theme colours by ("up" from zero, "down", none when unknown).
+void setChangeDirection(QWidget *widget, double changePercent);
+
 // The quote header of the selected symbol: a strip of tiles with its last quote.
 class QuoteHeader : public QWidget
 {

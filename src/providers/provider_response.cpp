@@ -66,6 +66,9 @@ bool binancePayload(const QJsonDocument &document)
 bool yahooPayload(const QJsonDocument &document)
 {
     const QJsonObject object = document.object();
+    // A symbol search that finds nothing still answers with its `quotes` array, just empty.
+    if (object.value(QLatin1String("quotes")).isArray())
+        return true;
     return nonEmptyArray(object.value(QLatin1String("chart"))
                                  .toObject()
                                  .value(QLatin1String("result"))) ||

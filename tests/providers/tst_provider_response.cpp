@@ -132,6 +132,18 @@ void ProviderResponseTest::classifiesReplies_data()
             << "yahoo_us" << 200 << none
             << QByteArray(R"({"quoteResponse":{"result":[],"error":null}})") << false << false << 0
             << kInvalid;
+    QTest::newRow("yahoo symbol search")
+            << "yahoo_us" << 200 << none << providerData("yahoo_v1_search_aapl.json") << true
+            << false << 0 << "";
+    QTest::newRow("yahoo symbol search without hits")
+            << "yahoo_us" << 200 << none << QByteArray(R"({"count":0,"quotes":[],"news":[]})")
+            << true << false << 0 << "";
+    QTest::newRow("yahoo symbol search quotes not a list")
+            << "yahoo_us" << 200 << none << QByteArray(R"({"count":1,"quotes":{"symbol":"X"}})")
+            << false << false << 0 << kInvalid;
+    QTest::newRow("yahoo search error page")
+            << "yahoo_us" << 500 << none << providerData("yahoo_search_500_html_error_page.html")
+            << false << false << 0 << "HTTP 500";
     QTest::newRow("brapi results")
             << "brapi_public" << 200 << none << providerData("brapi_quote_vale3.json") << true
             << false << 0 << "";

@@ -3,11 +3,13 @@
 #include "providers/data_fetcher.h"
 #include "providers/provider_requests.h"
 #include "providers/provider_response.h"
+#include "providers/yahoo_symbol_search.h"
 #include "simulated_market/simulated_market.h"
 
 #include <QElapsedTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QJsonObject>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QSignalSpy>
@@ -54,6 +56,8 @@ private slots:
     void unknownSymbolsAnswerInTheProvidersWay_data();
     void unknownSymbolsAnswerInTheProvidersWay();
     void batchQuoteLeavesUnknownSymbolsOut();
+    void symbolSearchFindsInstruments_data();
+    void symbolSearchFindsInstruments();
     void pricesFollowSeedAndStep();
     void everySymbolStaysPlausible();
     void faultsTakeEachProvidersShape_data();
@@ -195,6 +199,67 @@ void SimulatedMarketTest::batchQuoteLeavesUnknownSymbolsOut()
         });
         QVERIFY2(match != results.end(), symbol);
         QVERIFY((*match).toObject()["regularMarketPrice"].toDouble() > 0.0);
+    }
+}
+
+void SimulatedMarketTest::symbolSearchFindsInstruments_data()
+{
+    QTest::addColumn<QString>("query");
+    QTest::addColumn<QString>("fault"); // on Yahoo while searching
+    QTest::addColumn<int>("status");
+    QTest::addColumn<int>("securities"); // in the reply, before the parser's choice
+    QTest::addColumn<QStringList>("symbols");
+
+    const QStringList petrobras{"PETR4.SA", "PETR3.SA"};
+    // clang-format off
+    QTest::newRow("b3 ticker prefix") << "petr" << "none" << 200 << 2 << petrobras;
+    QTest::newRow("name with accent") << "Petróleo" << "none" << 200 << 2 << petrobras;
+    QTest::newRow("symbol typed in full") << "amd" << "none" << 200 << 1 << QStringList{"AMD"};
+    QTest::newRow("exact, then prefix, then the rest") << "brl" << "none" << 200 << 4 << QStringList{"BRL=X", "BRLUSD=X", "EURBRL=X", "GBPBRL=X"};
+    QTest::newRow("index by name") << "ibovespa" << "none" << 200 << 1 << QStringList{"^BVSP"};
+    QTest::newRow("fund") << "spdr" << "none" << 200 << 1 << QStringList{"SPY"};
+    QTest::newRow("yahoo crypto left out") << "bitcoin" << "none" << 200 << 1 << QStringList();
+    QTest::newRow("nothing found") << "zzqx" << "none" << 200 << 0 << QStringList();
+    QTest::newRow("rate limited") << "petr" << "429" << 429 << 0 << QStringList();
+    QTest::newRow("error page") << "petr" << "5xx" << 503 << 0 << QStringList();
+    QTest::newRow("cut in half") << "petr" << "malformed" << 200 << 0 << QStringList();
+    // clang-format on
+}
+
+void SimulatedMarketTest::symbolSearchFindsInstruments()
+{
+    QFETCH(QString, query);
+    QFETCH(QString, fault);
+    QFETCH(int, status);
+
+    QCOMPARE(m_market->applyFault("yahoo=" + fault), QString());
+    const Reply reply = get(yahooSymbolSearchRequest(query));
+    QCOMPARE(reply.status, status);
+    const bool usual = fault == QLatin1String("none");
+    QCOMPARE(classifyProviderResponse("yahoo_us", reply.status, reply.headers, reply.body).ok,
+             usual);
+    QTEST(parseYahooSymbolSearch(reply.body), "symbols");
+    if (!usual)
+        return;
+
+    // Yahoo's shape: every hit is counted, no news, and one Crunchbase company without a symbol.
+    const QJsonObject object = QJsonDocument::fromJson(reply.body).object();
+    const QJsonArray quotes = object["quotes"].toArray();
+    QCOMPARE(object["count"].toInt(), quotes.size());
+    QTEST(int(quotes.size()) - 1, "securities");
+    QCOMPARE(object["news"], QJsonArray());
+    QCOMPARE(quotes.last()["isYahooFinance"], false);
+    QVERIFY(!quotes.last().toObject().contains("symbol"));
+    for (qsizetype i = 0; i + 1 < quotes.size(); ++i) {
+        const QJsonObject quote = quotes.at(i).toObject();
+        QCOMPARE(quote["isYahooFinance"], true);
+        QCOMPARE(quote["index"], "quotes");
+        QVERIFY(quote["score"].toInteger() > 0);
+        const QString names = quote["symbol"].toString() + quote["shortname"].toString() +
+                              quote["longname"].toString();
+        QVERIFY2(names.contains(query, Qt::CaseInsensitive), qPrintable(names));
+        for (const char *key : {"exchange", "quoteType", "typeDisp"})
+            QVERIFY2(!quote[key].toString().isEmpty(), key);
     }
 }
 

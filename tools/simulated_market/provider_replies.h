@@ -58,6 +58,7 @@ inline DaySummary roundedDay(const MarketContext &market, const Instrument &inst
 // Yahoo Finance
 HttpResponse yahooChartReply(const MarketContext &market, const HttpRequest &request);
 HttpResponse yahooQuoteReply(const MarketContext &market, const HttpRequest &request);
+HttpResponse yahooSearchReply(const MarketContext &market, const HttpRequest &request);
 
 // BrAPI and Binance
 HttpResponse brapiQuoteReply(const MarketContext &market, const HttpRequest &request);

@@ -20,6 +20,7 @@ struct Route
 constexpr Route kRoutes[] = {
         {"/v8/finance/chart/", true, "yahoo", yahooChartReply},
         {"/v7/finance/quote", false, "yahoo", yahooQuoteReply},
+        {"/v1/finance/search", false, "yahoo", yahooSearchReply},
         {"/api/quote/", true, "brapi", brapiQuoteReply},
         {"/api/v3/ticker/24hr", false, "binance", binanceTickerReply},
         {"/api/v1/quote", false, "finnhub", finnhubQuoteReply},

@@ -9,10 +9,10 @@
 #include <QObject>
 #include <QString>
 
-// The market-data providers the terminal calls, played on one loopback port: Yahoo's chart and
-// batch quote, BrAPI's quote, Binance's 24-hour ticker, and the quotes of Finnhub, Twelve Data,
-// Financial Modeling Prep and Alpha Vantage, each in its real reply shape and priced from one
-// seeded PriceWalk. Point every QRL_ENDPOINT_* variable at baseUrl() and the terminal runs
+// The market-data providers the terminal calls, played on one loopback port: Yahoo's chart, batch
+// quote and symbol search, BrAPI's quote, Binance's 24-hour ticker, and the quotes of Finnhub,
+// Twelve Data, Financial Modeling Prep and Alpha Vantage, each in its real reply shape and priced
+// from one seeded PriceWalk. Point every QRL_ENDPOINT_* variable at baseUrl() and the terminal runs
 // without the internet.
 //
 // Two control paths sit beside them:

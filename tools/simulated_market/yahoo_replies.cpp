@@ -217,6 +217,74 @@ QByteArray quoteResult(const MarketContext &market, const Instrument &instrument
     return result.toJson();
 }
 
+// The securities Yahoo's search lists when the request names no quotesCount.
+constexpr int kDefaultSearchQuotes = 6;
+constexpr int kMaxSearchQuotes = 100;
+
+QString typeDisplay(const QString &quoteType)
+{
+    if (quoteType == QLatin1String("ETF"))
+        return quoteType;
+    if (quoteType == QLatin1String("CRYPTOCURRENCY"))
+        return QStringLiteral("Cryptocurrency");
+    return quoteType.left(1) + quoteType.mid(1).toLower(); // "Equity", "Index", "Currency"
+}
+
+// "PETR4.SA" -> "PETR4", "BRL=X" -> "BRL", "BTC-USD" -> "BTC": what people type for it.
+QString bareSymbol(const QString &symbol)
+{
+    for (const char *suffix : {".SA", "=X", "-USD"}) {
+        if (symbol.endsWith(QLatin1String(suffix)))
+            return symbol.chopped(qsizetype(qstrlen(suffix)));
+    }
+    return symbol;
+}
+
+// Yahoo ranks a symbol typed in full far ahead, then symbols starting with the query, then the
+// rest by how much they trade.
+qint64 searchScore(const Instrument &instrument, const QString &symbol, const QString &query)
+{
+    const InstrumentProfile profile = instrumentProfile(instrument.symbol);
+    qint64 score = 20000 + qint64(std::log10(1.0 + profile.dailyVolume * profile.basePrice) * 1000);
+    if (symbol.compare(query, Qt::CaseInsensitive) == 0 ||
+        bareSymbol(symbol).compare(query, Qt::CaseInsensitive) == 0)
+        score += 50000000;
+    else if (symbol.startsWith(query, Qt::CaseInsensitive))
+        score += 1000000;
+    return score;
+}
+
+QByteArray searchQuote(const Instrument &instrument, const QString &symbol, qint64 score)
+{
+    const ExchangeInfo exchange = exchangeInfo(instrument);
+    return OrderedJson()
+            .text("exchange", exchange.exchangeName)
+            .text("shortname", instrument.shortName)
+            .text("quoteType", exchange.quoteType)
+            .text("symbol", symbol)
+            .text("index", QStringLiteral("quotes"))
+            .integer("score", score)
+            .text("typeDisp", typeDisplay(exchange.quoteType))
+            .text("longname", instrument.longName)
+            .boolean("isYahooFinance", true)
+            .toJson();
+}
+
+// Yahoo mixes a Crunchbase company into the quotes: no symbol, no quote type, not Yahoo's.
+QByteArray crunchbaseHit(const QString &query)
+{
+    const quint64 hash = textHash(query.toLower());
+    const QByteArray index = QByteArray::number(mix64(hash, 1), 16).rightJustified(16, '0') +
+                             QByteArray::number(mix64(hash, 2), 16).rightJustified(16, '0');
+    const QString name = query.left(1).toUpper() + query.mid(1).toLower() + QStringLiteral(" Labs");
+    return OrderedJson()
+            .text("index", QString::fromLatin1(index))
+            .text("name", name)
+            .text("permalink", name.toLower().replace(QLatin1Char(' '), QLatin1Char('-')))
+            .boolean("isYahooFinance", false)
+            .toJson();
+}
+
 } // namespace
 
 // GET /v8/finance/chart/<symbol>?range=..&interval=..
@@ -285,4 +353,70 @@ HttpResponse yahooQuoteReply(const MarketContext &market, const HttpRequest &req
                     .raw("quoteResponse",
                          OrderedJson().raw("result", json::array(results)).null("error").toJson())
                     .toJson());
+}
+
+// GET /v1/finance/search?q=..&quotesCount=..&newsCount=..: the instruments whose symbol or name
+// holds the query, best first, then one Crunchbase company. News is never simulated.
+HttpResponse yahooSearchReply(const MarketContext &market, const HttpRequest &request)
+{
+    const QString query = request.queryItem(QStringLiteral("q")).trimmed();
+    if (query.isEmpty()) {
+        const QByteArray error =
+                OrderedJson()
+                        .text("code", QStringLiteral("Bad Request"))
+                        .text("description", QStringLiteral("Missing required query parameter=q"))
+                        .toJson();
+        return HttpResponse::json(
+                OrderedJson()
+                        .raw("finance", OrderedJson().null("result").raw("error", error).toJson())
+                        .toJson(),
+                400);
+    }
+    bool counted = false;
+    int quotesCount = request.queryItem(QStringLiteral("quotesCount")).toInt(&counted);
+    quotesCount = counted ? std::clamp(quotesCount, 0, kMaxSearchQuotes) : kDefaultSearchQuotes;
+
+    struct Hit
+    {
+        qint64 score;
+        QByteArray json;
+    };
+    QList<Hit> hits;
+    for (const Instrument &instrument : market.catalogue.instruments()) {
+        const QString symbol = yahooSymbolOf(instrument);
+        if (!symbol.contains(query, Qt::CaseInsensitive) &&
+            !instrument.shortName.contains(query, Qt::CaseInsensitive) &&
+            !instrument.longName.contains(query, Qt::CaseInsensitive))
+            continue;
+        const qint64 score = searchScore(instrument, symbol, query);
+        hits.append({score, searchQuote(instrument, symbol, score)});
+    }
+    std::stable_sort(hits.begin(), hits.end(),
+                     [](const Hit &a, const Hit &b) { return a.score > b.score; });
+
+    QList<QByteArray> quotes;
+    for (qsizetype i = 0; i < std::min<qsizetype>(hits.size(), quotesCount); ++i)
+        quotes.append(hits.at(i).json);
+    if (quotesCount > 0)
+        quotes.append(crunchbaseHit(query));
+    const QByteArray none = json::array({});
+    return HttpResponse::json(OrderedJson()
+                                      .raw("explains", none)
+                                      .integer("count", quotes.size())
+                                      .raw("quotes", json::array(quotes))
+                                      .raw("news", none)
+                                      .raw("nav", none)
+                                      .raw("lists", none)
+                                      .raw("researchReports", none)
+                                      .raw("screenerFieldResults", none)
+                                      .integer("totalTime", 21)
+                                      .integer("timeTakenForQuotes", 412)
+                                      .integer("timeTakenForNews", 0)
+                                      .integer("timeTakenForAlgowatchlist", 400)
+                                      .integer("timeTakenForPredefinedScreener", 400)
+                                      .integer("timeTakenForCrunchbase", 400)
+                                      .integer("timeTakenForNav", 400)
+                                      .integer("timeTakenForResearchReports", 0)
+                                      .integer("timeTakenForScreenerField", 0)
+                                      .toJson());
 }

@@ -2,6 +2,7 @@
 
 #include "app/atomic_file.h"
 #include "app/paths.h"
+#include "market/market_row.h"
 
 #include <QFile>
 #include <QJsonArray>
@@ -9,6 +10,7 @@
 #include <QJsonParseError>
 
 #include <algorithm>
+#include <cmath>
 
 namespace {
 
@@ -99,6 +101,143 @@ QByteArray orderedJsonText(const QJsonObject &object, const QStringList &order)
     return text;
 }
 
+const QStringList &workspaceSnapshotKeys()
+{
+    static const QStringList keys{
+            "language",
+            "theme",
+            "chart_mode",
+            "chart_timeframe",
+            "window_geometry",
+            "hidden_columns",
+            "indicators",
+            "shortcuts",
+            "drawings",
+            "book_step",
+            "book_preset",
+            "movers_min_volume",
+            "movers_min_turnover",
+            "movers_scope",
+            "movers_interval",
+            "movers_sector",
+            "screener_asset",
+            "screener_scope",
+            "screener_min_change",
+            "left_splitter_sizes",
+            "workspace_splitter_sizes",
+    };
+    return keys;
+}
+
+QJsonObject workspaceSnapshotOf(const QJsonObject &settings)
+{
+    QJsonObject snapshot;
+    for (const QString &key : workspaceSnapshotKeys()) {
+        if (settings.contains(key))
+            snapshot.insert(key, settings.value(key));
+    }
+    return snapshot;
+}
+
+namespace {
+
+std::optional<QString> acceptedText(const QJsonValue &value, const QStringList &accepted)
+{
+    const QString text = value.toString();
+    if (accepted.contains(text))
+        return text;
+    return std::nullopt;
+}
+
+} // namespace
+
+WorkspaceValues readWorkspaceValues(const QJsonObject &document, const QStringList &timeframes)
+{
+    WorkspaceValues values;
+    values.language = acceptedText(document.value(QStringLiteral("language")),
+                                   {QStringLiteral("pt_BR"), QStringLiteral("en")});
+    values.theme = acceptedText(document.value(QStringLiteral("theme")),
+                                {QStringLiteral("qrl_light"), QStringLiteral("coffee_dark")});
+    values.chartMode = acceptedText(document.value(QStringLiteral("chart_mode")),
+                                    {QStringLiteral("line"), QStringLiteral("candle")});
+    values.chartTimeframe =
+            acceptedText(document.value(QStringLiteral("chart_timeframe")), timeframes);
+    values.windowGeometry = QByteArray::fromBase64(
+            document.value(QStringLiteral("window_geometry")).toString().toLatin1());
+    // A file without the key leaves the columns a legacy key file may have hidden.
+    if (document.contains(QStringLiteral("hidden_columns")))
+        values.hiddenColumns =
+                parseHiddenColumns(document.value(QStringLiteral("hidden_columns")).toString());
+    if (document.contains(QStringLiteral("shortcuts")))
+        values.shortcuts = shortcutOverridesFromJson(document.value(QStringLiteral("shortcuts")));
+    values.leftSplitterSizes = readSplitterSizes(
+            document.value(QStringLiteral("left_splitter_sizes")), kLeftSplitterPanes);
+    values.workspaceSplitterSizes = readSplitterSizes(
+            document.value(QStringLiteral("workspace_splitter_sizes")), kWorkspaceSplitterPanes);
+    return values;
+}
+
+QJsonObject workspaceValuesToJson(const WorkspaceValues &values)
+{
+    const auto sizes = [](const QList<int> &list) {
+        QJsonArray array;
+        for (int size : list)
+            array.append(size);
+        return array;
+    };
+    return {
+            {QStringLiteral("language"), values.language.value_or(QStringLiteral("en"))},
+            {QStringLiteral("theme"), values.theme.value_or(QStringLiteral("coffee_dark"))},
+            {QStringLiteral("chart_mode"), values.chartMode.value_or(QStringLiteral("line"))},
+            {QStringLiteral("chart_timeframe"),
+             values.chartTimeframe.value_or(QStringLiteral("1m"))},
+            {QStringLiteral("window_geometry"),
+             QString::fromLatin1(values.windowGeometry.toBase64())},
+            {QStringLiteral("hidden_columns"),
+             hiddenColumnsText(values.hiddenColumns.value_or(QSet<int>()))},
+            {QStringLiteral("shortcuts"),
+             shortcutOverridesToJson(values.shortcuts.value_or(ShortcutOverrides()))},
+            {QStringLiteral("left_splitter_sizes"), sizes(values.leftSplitterSizes)},
+            {QStringLiteral("workspace_splitter_sizes"), sizes(values.workspaceSplitterSizes)},
+    };
+}
+
+QList<int> readSplitterSizes(const QJsonValue &value, int panes)
+{
+    // Larger than any screen wall: such a value is damage, not a layout.
+    constexpr double kLargestPane = 100000;
+    const QJsonArray array = value.toArray();
+    if (array.size() != panes)
+        return {};
+    QList<int> sizes;
+    for (const QJsonValue &entry : array) {
+        const double size = entry.toDouble(-1);
+        if (!entry.isDouble() || size < 1 || size > kLargestPane || size != std::floor(size))
+            return {};
+        sizes << static_cast<int>(size);
+    }
+    return sizes;
+}
+
+int storedAlertCount(const QJsonObject &settings)
+{
+    int count = 0;
+    for (const QJsonValue &alert : settings.value(QStringLiteral("alerts")).toArray()) {
+        if (alert.isObject())
+            ++count;
+    }
+    return count;
+}
+
+QString storedSessionToken(const QJsonObject &settings)
+{
+    return settings.value(QStringLiteral("auth"))
+            .toObject()
+            .value(QStringLiteral("token"))
+            .toString()
+            .trimmed();
+}
+
 QJsonObject LocalSettingsFile::load()
 {
     m_stored = {};
@@ -132,5 +271,17 @@ bool LocalSettingsFile::save(const QJsonObject &values)
     if (!writeFileAtomically(path, orderedJsonText(document, localSettingsKeyOrder())))
         return false;
     m_stored = document;
+    ++m_writeCount;
     return true;
+}
+
+void LocalSettingsFile::carry(const QJsonObject &values)
+{
+    for (auto it = values.begin(); it != values.end(); ++it)
+        m_stored.insert(it.key(), it.value());
+}
+
+void LocalSettingsFile::forget(const QString &key)
+{
+    m_stored.remove(key);
 }

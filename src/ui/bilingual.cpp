@@ -5,6 +5,7 @@
 #include <QAbstractButton>
 #include <QAction>
 #include <QApplication>
+#include <QComboBox>
 #include <QEvent>
 #include <QGroupBox>
 #include <QLabel>
@@ -71,9 +72,20 @@ void applyText(QObject *object, TextRole role, const QString &text)
     }
 }
 
+void applyItemTexts(QComboBox *box, const QStringList &texts)
+{
+    for (int i = 0; i < texts.size() && i < box->count(); ++i)
+        box->setItemText(i, texts.at(i));
+}
+
 void applyObjectTexts(QObject *object)
 {
     const bool portuguese = isPortuguese();
+    if (auto *box = qobject_cast<QComboBox *>(object)) {
+        const QVariant items = box->property(portuguese ? "qrlItems_pt" : "qrlItems_en");
+        if (items.isValid())
+            applyItemTexts(box, items.toStringList());
+    }
     for (int role = 0; role < kRoleCount; ++role) {
         const QVariant text = object->property(propertyName(TextRole(role), portuguese));
         if (text.isValid())
@@ -90,6 +102,15 @@ void bindText(QObject *object, const QString &english, const QString &portuguese
     object->setProperty(propertyName(role, false), english);
     object->setProperty(propertyName(role, true), portuguese);
     applyText(object, role, translated(english, portuguese));
+}
+
+void bindItemTexts(QComboBox *box, const QStringList &english, const QStringList &portuguese)
+{
+    if (!box)
+        return;
+    box->setProperty("qrlItems_en", english);
+    box->setProperty("qrlItems_pt", portuguese);
+    applyItemTexts(box, isPortuguese() ? portuguese : english);
 }
 
 void applyBoundTexts(QObject *root)

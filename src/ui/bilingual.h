@@ -1,7 +1,9 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 
+class QComboBox;
 class QObject;
 class QWidget;
 
@@ -20,6 +22,9 @@ enum class TextRole {
 
 void bindText(QObject *object, const QString &english, const QString &portuguese,
               TextRole role = TextRole::Text);
+
+// The item texts of a selector, in item order; items keep their data and the current index.
+void bindItemTexts(QComboBox *box, const QStringList &english, const QStringList &portuguese);
 
 // Sets every bound text under `root` (included) in the current language.
 void applyBoundTexts(QObject *root);

@@ -2,28 +2,34 @@
 
 #include "app/identity.h"
 #include "app/startup_log.h"
+#include "chart/timeframe.h"
 #include "ui/bilingual.h"
 #include "ui/language.h"
+#include "ui/layout_presets.h"
 #include "ui/market_table.h"
 #include "ui/quote_details.h"
 
 #include <QAction>
 #include <QActionGroup>
+#include <QComboBox>
 #include <QCompleter>
-#include <QDateTime>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenuBar>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QScreen>
 #include <QShortcut>
 #include <QSplitter>
-#include <QStatusBar>
 #include <QTabWidget>
+#include <QTimer>
 #include <QVBoxLayout>
 
 namespace {
+
+// The session and market data start once the window has had a moment to show itself.
+constexpr int kSessionStartMs = 250;
 
 void milestone(const char *stage)
 {
@@ -60,8 +66,14 @@ MainWindow::MainWindow(QWidget *parent)
     milestone("enter");
     setWindowTitle(QString::fromLatin1(kApplicationName));
     setWindowIcon(applicationIcon());
-    resize(1400, 900);
+    // A first start opens at a comfortable size, never larger than the screen; a stored geometry
+    // replaces this when the settings load.
+    if (QScreen *current = screen())
+        setGeometry(centredOnScreen(QSize(1400, 900), current->availableGeometry()));
+    else
+        resize(1400, 900);
     m_theme = QStringLiteral("coffee_dark");
+    createTimers();
 
     milestone("before menu setup");
     setupMenus();
@@ -102,20 +114,34 @@ MainWindow::MainWindow(QWidget *parent)
     milestone("chart toolbar partially created");
     m_chartPanel = createChartPanel();
     milestone("chart panel created");
-    m_bookPanel = createPanelPlaceholder(QStringLiteral("bookPanel"));
+    m_bookPanel = createPanelPlaceholder(QStringLiteral("bookPanel"), "ORDER BOOK",
+                                         "LIVRO DE OFERTAS", "No depth for the selected symbol yet",
+                                         "Ainda sem profundidade para o ativo selecionado");
     milestone("book panel created");
-    m_moversPanel = createPanelPlaceholder(QStringLiteral("moversPanel"));
+    m_moversPanel = createPanelPlaceholder(QStringLiteral("moversPanel"), "MARKET MOVERS",
+                                           "DESTAQUES DO MERCADO", "No movers yet",
+                                           "Nenhum destaque ainda");
     milestone("movers panel created");
-    m_screenerPanel = createPanelPlaceholder(QStringLiteral("screenerPanel"));
+    m_screenerPanel =
+            createPanelPlaceholder(QStringLiteral("screenerPanel"), "SCREENER", "RASTREADOR",
+                                   "No symbols screened yet", "Nenhum ativo rastreado ainda");
     milestone("screener panel created");
-    m_newsPanel = createPanelPlaceholder(QStringLiteral("newsPanel"));
+    m_newsPanel = createPanelPlaceholder(QStringLiteral("newsPanel"), "MARKET NEWS",
+                                         "NOTÍCIAS DO MERCADO", "No headlines yet",
+                                         "Nenhuma notícia ainda");
     milestone("news panel created");
-    m_portfolioPanel = createPanelPlaceholder(QStringLiteral("portfolioPanel"));
+    m_portfolioPanel =
+            createPanelPlaceholder(QStringLiteral("portfolioPanel"), "PORTFOLIO / P&L",
+                                   "CARTEIRA / P&L", "No positions yet", "Nenhuma posição ainda");
     milestone("portfolio panel created");
-    m_tapePanel = createPanelPlaceholder(QStringLiteral("tapePanel"));
+    m_tapePanel =
+            createPanelPlaceholder(QStringLiteral("tapePanel"), "TIME & SALES", "TEMPOS E NEGÓCIOS",
+                                   "No trades yet", "Nenhum negócio ainda");
     milestone("tape panel created");
 
-    m_historyPanel = createPanelPlaceholder(QStringLiteral("historyPanel"));
+    m_historyPanel = createPanelPlaceholder(QStringLiteral("historyPanel"), "ALERT HISTORY",
+                                            "HISTÓRICO DE ALERTAS", "No alert events yet",
+                                            "Nenhum evento de alerta ainda");
     m_rightTabs = new QTabWidget(root);
     m_rightTabs->setObjectName(QStringLiteral("rightTabs"));
     m_rightTabs->setDocumentMode(false);
@@ -143,13 +169,13 @@ MainWindow::MainWindow(QWidget *parent)
     m_leftSplitter->addWidget(m_marketPanel);
     m_leftSplitter->addWidget(m_chartPanel);
     m_leftSplitter->addWidget(m_consolePane);
-    m_leftSplitter->setSizes({360, 420, 150});
+    setSplitterSizes(m_leftSplitter, layoutPreset(QString()).leftSizes);
     m_workspaceSplitter = new QSplitter(Qt::Horizontal, root);
     m_workspaceSplitter->setObjectName(QStringLiteral("workspaceSplitter"));
     m_workspaceSplitter->setChildrenCollapsible(false);
     m_workspaceSplitter->addWidget(m_leftSplitter);
     m_workspaceSplitter->addWidget(m_rightTabs);
-    m_workspaceSplitter->setSizes({1080, 320});
+    setSplitterSizes(m_workspaceSplitter, layoutPreset(QString()).workspaceSizes);
     rootLayout->addWidget(m_workspaceSplitter, 1);
     milestone("right tabs created");
 
@@ -179,12 +205,18 @@ MainWindow::MainWindow(QWidget *parent)
     milestone("before updateThemedWidgets");
     updateThemedWidgets();
     milestone("before refreshAlertHistoryTable");
+    refreshAlertHistoryTable();
     milestone("after refreshAlertHistoryTable");
 
     logEvent(translated(QStringLiteral("Terminal initialized"),
                         QStringLiteral("Terminal inicializado")));
+    if (const int alerts = storedAlertCount(m_settingsFile.stored()); alerts > 0)
+        logEvent(translated(QStringLiteral("Loaded %1 saved alert(s)"),
+                            QStringLiteral("%1 alerta(s) salvo(s) carregado(s)"))
+                         .arg(alerts));
     if (m_marketTable->rowCount() > 0)
         m_marketTable->selectRow(0);
+    QTimer::singleShot(kSessionStartMs, this, &MainWindow::startSession);
 }
 
 MainWindow::~MainWindow() = default;
@@ -199,9 +231,10 @@ void MainWindow::setupMenus()
     for (QAction *action :
          {addBoundAction(account, QStringLiteral("Sync Now"), QStringLiteral("Sincronizar agora")),
           addBoundAction(account, QStringLiteral("Sync Status"),
-                         QStringLiteral("Status da sincronização")),
-          addBoundAction(account, QStringLiteral("Logout"), QStringLiteral("Sair da conta"))})
+                         QStringLiteral("Status da sincronização"))})
         action->setEnabled(false);
+    m_logoutAction =
+            addBoundAction(account, QStringLiteral("Logout"), QStringLiteral("Sair da conta"));
 
     QMenu *data = addBoundMenu(m_viewMenu, QStringLiteral("Data And APIs"),
                                QStringLiteral("Dados e APIs"));
@@ -236,21 +269,17 @@ void MainWindow::setupMenus()
     m_viewMenu->addSeparator();
 
     QMenu *layout = addBoundMenu(m_viewMenu, QStringLiteral("Layout"), QStringLiteral("Layout"));
-    m_layoutActions = {
-            addBoundAction(layout, QStringLiteral("Balanced"), QStringLiteral("Balanceado")),
-            addBoundAction(layout, QStringLiteral("Dense Terminal"),
-                           QStringLiteral("Terminal denso")),
-            addBoundAction(layout, QStringLiteral("Chart Focus"),
-                           QStringLiteral("Foco no gráfico")),
-            addBoundAction(layout, QStringLiteral("Order Flow Focus"),
-                           QStringLiteral("Foco em fluxo")),
-    };
+    for (const LayoutPreset &preset : layoutPresets()) {
+        QAction *action = addBoundAction(layout, preset.english, preset.portuguese);
+        const QString id = preset.id;
+        connect(action, &QAction::triggered, this, [this, id] { applyLayoutPreset(id); });
+        m_layoutActions << action;
+    }
     layout->addSeparator();
-    for (QAction *action : {addBoundAction(layout, QStringLiteral("Save Workspace"),
-                                           QStringLiteral("Salvar espaço de trabalho")),
-                            addBoundAction(layout, QStringLiteral("Load Workspace"),
-                                           QStringLiteral("Carregar espaço de trabalho"))})
-        action->setEnabled(false);
+    m_saveWorkspaceAction = addBoundAction(layout, QStringLiteral("Save Workspace"),
+                                           QStringLiteral("Salvar espaço de trabalho"));
+    m_loadWorkspaceAction = addBoundAction(layout, QStringLiteral("Load Workspace"),
+                                           QStringLiteral("Carregar espaço de trabalho"));
     layout->addSeparator();
     m_nextMonitorAction = addBoundAction(layout, QStringLiteral("Move To Next Monitor"),
                                          QStringLiteral("Mover para o próximo monitor"));
@@ -340,8 +369,43 @@ QWidget *MainWindow::createChartPanel()
     m_quoteHeader = new QuoteHeader(panel);
     layout->addWidget(m_quoteHeader);
 
-    auto *toolbar = new QHBoxLayout;
-    toolbar->setSpacing(4);
+    layout->addWidget(createChartToolbar(panel));
+
+    // The chart's own texts are not translated.
+    m_chartArea = new QLabel(QStringLiteral("Select a symbol"), panel);
+    m_chartArea->setObjectName(QStringLiteral("chartArea"));
+    m_chartArea->setAlignment(Qt::AlignCenter);
+    m_chartArea->setMinimumHeight(120);
+    layout->addWidget(m_chartArea, 1);
+    return panel;
+}
+
+QWidget *MainWindow::createChartToolbar(QWidget *panel)
+{
+    auto *toolbar = new QWidget(panel);
+    toolbar->setObjectName(QStringLiteral("chartToolbar"));
+    auto *layout = new QHBoxLayout(toolbar);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(4);
+
+    m_chartModeSelector = new QComboBox(toolbar);
+    m_chartModeSelector->setObjectName(QStringLiteral("chartMode"));
+    m_chartModeSelector->addItem(QString(), QStringLiteral("line"));
+    m_chartModeSelector->addItem(QString(), QStringLiteral("candle"));
+    bindItemTexts(m_chartModeSelector, {QStringLiteral("Line"), QStringLiteral("Candles")},
+                  {QStringLiteral("Linha"), QStringLiteral("Candles")});
+    connect(m_chartModeSelector, qOverload<int>(&QComboBox::activated), this,
+            [this](int index) { setChartMode(m_chartModeSelector->itemData(index).toString()); });
+    layout->addWidget(m_chartModeSelector);
+
+    m_timeframeSelector = new QComboBox(toolbar);
+    m_timeframeSelector->setObjectName(QStringLiteral("chartTimeframe"));
+    m_timeframeSelector->addItems(chartTimeframes());
+    m_timeframeSelector->setCurrentText(m_chartTimeframe);
+    connect(m_timeframeSelector, &QComboBox::textActivated, this, &MainWindow::setChartTimeframe);
+    layout->addWidget(m_timeframeSelector);
+    layout->addSpacing(8);
+
     // The tool names are the chart's own and are not translated.
     const struct
     {
@@ -353,7 +417,7 @@ QWidget *MainWindow::createChartPanel()
             {"vline", "VLine", true},   {"trend", "Trend", true},
     };
     for (const auto &tool : tools) {
-        auto *button = new QPushButton(QString::fromLatin1(tool.label), panel);
+        auto *button = new QPushButton(QString::fromLatin1(tool.label), toolbar);
         button->setObjectName(QStringLiteral("chartToolButton"));
         button->setProperty("tool", QLatin1String(tool.id));
         button->setCheckable(tool.checkable);
@@ -365,26 +429,32 @@ QWidget *MainWindow::createChartPanel()
                 if (on)
                     m_chartTool = id;
             });
-        toolbar->addWidget(button);
+        layout->addWidget(button);
         m_chartToolButtons.insert(id, button);
     }
     m_chartToolButtons.value(QStringLiteral("select"))->setChecked(true);
-    toolbar->addStretch(1);
-    layout->addLayout(toolbar);
-
-    // The chart's own texts are not translated.
-    m_chartArea = new QLabel(QStringLiteral("Select a symbol"), panel);
-    m_chartArea->setObjectName(QStringLiteral("chartArea"));
-    m_chartArea->setAlignment(Qt::AlignCenter);
-    m_chartArea->setMinimumHeight(120);
-    layout->addWidget(m_chartArea, 1);
-    return panel;
+    layout->addStretch(1);
+    return toolbar;
 }
 
-QWidget *MainWindow::createPanelPlaceholder(const QString &objectName)
+QWidget *MainWindow::createPanelPlaceholder(const QString &objectName, const char *title,
+                                            const char *portugueseTitle, const char *emptyText,
+                                            const char *portugueseEmptyText)
 {
+    // The panel's title and what it shows while it has nothing to show.
     auto *panel = new QWidget(this);
     panel->setObjectName(objectName);
+    auto *layout = new QVBoxLayout(panel);
+    layout->setContentsMargins(6, 4, 6, 6);
+    layout->setSpacing(4);
+    layout->addWidget(
+            panelTitle(QString::fromUtf8(title), QString::fromUtf8(portugueseTitle), panel));
+    auto *empty = new QLabel(panel);
+    empty->setObjectName(QStringLiteral("emptyState"));
+    empty->setAlignment(Qt::AlignCenter);
+    empty->setWordWrap(true);
+    bindText(empty, QString::fromUtf8(emptyText), QString::fromUtf8(portugueseEmptyText));
+    layout->addWidget(empty, 1);
     return panel;
 }
 
@@ -454,11 +524,13 @@ void MainWindow::connectSignals()
     });
     connect(m_chartToolButtons.value(QStringLiteral("reset")), &QPushButton::clicked, this,
             [this] { showStatusMessage(QStringLiteral("Chart zoom reset")); });
-}
 
-void MainWindow::logEvent(const QString &text)
-{
-    m_eventConsole->appendPlainText(QStringLiteral("[%1] %2").arg(
-            QTime::currentTime().toString(QStringLiteral("HH:mm:ss")), text));
-    statusBar()->showMessage(text);
+    connect(m_logoutAction, &QAction::triggered, this, &MainWindow::logout);
+    connect(m_saveWorkspaceAction, &QAction::triggered, this, &MainWindow::saveWorkspaceSnapshot);
+    connect(m_loadWorkspaceAction, &QAction::triggered, this, &MainWindow::loadWorkspaceSnapshot);
+    connect(m_nextMonitorAction, &QAction::triggered, this, &MainWindow::moveToNextMonitor);
+    for (QSplitter *splitter : {m_leftSplitter, m_workspaceSplitter})
+        connect(splitter, &QSplitter::splitterMoved, this, &MainWindow::scheduleSettingsSave);
+    connect(m_tickerSearch, &QLineEdit::textEdited, m_searchTimer, qOverload<>(&QTimer::start));
+    connectTimers();
 }

@@ -15,6 +15,7 @@
 class MarketTable;
 class QAction;
 class QActionGroup;
+class QComboBox;
 class QCompleter;
 class QLabel;
 class QLineEdit;
@@ -77,11 +78,24 @@ public:
     void setShortcutOverrides(const ShortcutOverrides &overrides);
     void applyConfiguredShortcuts();
     void showShortcutsDialog();
+
+    // Settings and workspace snapshots
     void loadLocalSettings();
     void saveLocalSettings();
+    // Turns a burst of changes into one write of the settings, 450 ms after the last.
+    void scheduleSettingsSave();
+    void applySettingsObject(const QJsonObject &settings);
+    void saveWorkspaceSnapshot();
+    void loadWorkspaceSnapshot();
+    const LocalSettingsFile &settingsFile() const { return m_settingsFile; }
+    QString chartMode() const { return m_chartMode; }
 
-    // Event console
+    // Window shell
     void logEvent(const QString &text);
+    void applyLayoutPreset(const QString &id);
+    void moveToNextMonitor();
+    void logout();
+    bool hasStoredSession() const;
 
     // Keys and quotes
     void loadConfig();
@@ -97,19 +111,37 @@ public:
     static QString fxTickerSymbol() { return QStringLiteral("BRL=X"); }
     void startMarketData();
 
+protected:
+    void closeEvent(QCloseEvent *event) override;
+
 private:
+    void createTimers();
+    void connectTimers();
+    void startSession();
     void setupMenus();
     QWidget *createBrand();
     void createTickerSearch();
     QWidget *createMarketPanel();
     QWidget *createChartPanel();
-    QWidget *createPanelPlaceholder(const QString &objectName);
+    QWidget *createPanelPlaceholder(const QString &objectName, const char *title,
+                                    const char *portugueseTitle, const char *emptyText,
+                                    const char *portugueseEmptyText);
+    QWidget *createChartToolbar(QWidget *panel);
     QWidget *createConsolePane();
     void connectSignals();
     void setupQuoteRouting();
     void selectionChanged();
     void updateFxTicker(double price, double changePercent);
     void refreshRowToolTip(int row);
+    WorkspaceValues currentWorkspaceValues() const;
+    // A splitter that has not been laid out yet reports made-up sizes; until it is shown, the
+    // sizes it was last given are its sizes.
+    static void setSplitterSizes(QSplitter *splitter, const QList<int> &sizes);
+    static QList<int> splitterSizes(const QSplitter *splitter);
+    void storeWorkspaceValues(const WorkspaceValues &values);
+    void setChartMode(const QString &mode);
+    void setChartTimeframe(const QString &timeframe);
+    void searchSymbolsOnline();
 
     // Steps of a market-row update that belong to panels which fill them in: each is the one place
     // where that panel learns about a new quote or selection.
@@ -122,6 +154,9 @@ private:
     void refreshWatchlistMovers();
     void applyBookPreset(const QString &mode);
     void forgetOrderFlowSymbol(const QString &symbol);
+    void refreshNews();
+    void refreshAlertHistoryTable();
+    void restoreSession();
 
     // How quotes reach the window.
     void updateMarketRow(const QuoteSnapshot &quote, const QString &provider,
@@ -141,14 +176,24 @@ private:
     QuoteRouter *m_quoteRouter = nullptr;
     QTimer *m_quoteTimer = nullptr;
     QTimer *m_watchlistTimer = nullptr;
+    QTimer *m_newsTimer = nullptr;
+    QTimer *m_searchTimer = nullptr;
+    QTimer *m_settingsSaveTimer = nullptr;
     QTimer *m_fxTimer = nullptr;
+    QTimer *m_itickPingTimer = nullptr;
+    QTimer *m_itickDepthTimer = nullptr;
+    QTimer *m_itickReconnectTimer = nullptr;
     bool m_marketDataStarted = false;
+    bool m_closeConfirmed = false;
+    quint64 m_searchGeneration = 0;
     QHash<QString, MarketQuote> m_lastQuotes;
     QHash<QString, QList<Candle>> m_candleCache;
-    QString m_chartTimeframe = QStringLiteral("1d");
+    QString m_chartMode = QStringLiteral("line");
+    QString m_chartTimeframe = QStringLiteral("1m");
     QString m_chartTool = QStringLiteral("select");
 
     QMenu *m_viewMenu = nullptr;
+    QAction *m_logoutAction = nullptr;
     QAction *m_apiKeysAction = nullptr;
     QAction *m_shortcutsAction = nullptr;
     QAction *m_englishAction = nullptr;
@@ -156,6 +201,8 @@ private:
     QAction *m_darkAction = nullptr;
     QAction *m_lightAction = nullptr;
     QList<QAction *> m_layoutActions; // balanced, dense, chart, order flow
+    QAction *m_saveWorkspaceAction = nullptr;
+    QAction *m_loadWorkspaceAction = nullptr;
     QAction *m_nextMonitorAction = nullptr;
     QList<QShortcut *> m_bookShortcuts; // raw, tight, normal, wide
 
@@ -169,7 +216,9 @@ private:
     QuoteHeader *m_quoteHeader = nullptr;
     QuoteLog *m_quoteLog = nullptr;
     QPlainTextEdit *m_eventConsole = nullptr;
-    QLabel *m_chartArea = nullptr;                    // where the price chart goes
+    QLabel *m_chartArea = nullptr; // where the price chart goes
+    QComboBox *m_chartModeSelector = nullptr;
+    QComboBox *m_timeframeSelector = nullptr;
     QHash<QString, QPushButton *> m_chartToolButtons; // select, reset, hline, vline, trend
 
     QSplitter *m_workspaceSplitter = nullptr;

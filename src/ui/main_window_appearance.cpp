@@ -1,4 +1,4 @@
-// Language, theme and shortcuts, and the local settings that keep them between runs.
+// Language, theme and shortcuts.
 #include "market/market_row.h"
 #include "ui/bilingual.h"
 #include "ui/language.h"
@@ -11,7 +11,6 @@
 #include <QAbstractItemView>
 #include <QAction>
 #include <QCompleter>
-#include <QJsonObject>
 #include <QPushButton>
 #include <QShortcut>
 
@@ -95,29 +94,4 @@ void MainWindow::showShortcutsDialog()
     setShortcutOverrides(overrides);
     logEvent(
             translated(QStringLiteral("Shortcuts updated"), QStringLiteral("Atalhos atualizados")));
-}
-
-void MainWindow::loadLocalSettings()
-{
-    const QJsonObject settings = m_settingsFile.load();
-    const QString language = settings.value(QStringLiteral("language")).toString();
-    if (language == QLatin1String("pt_BR") || language == QLatin1String("en"))
-        setInterfaceLanguage(language);
-    const QString theme = settings.value(QStringLiteral("theme")).toString();
-    if (theme == QLatin1String("qrl_light") || theme == QLatin1String("coffee_dark"))
-        m_theme = theme;
-    if (settings.contains(QStringLiteral("hidden_columns")))
-        m_hiddenColumns =
-                parseHiddenColumns(settings.value(QStringLiteral("hidden_columns")).toString());
-    m_shortcutOverrides = shortcutOverridesFromJson(settings.value(QStringLiteral("shortcuts")));
-}
-
-void MainWindow::saveLocalSettings()
-{
-    m_settingsFile.save(QJsonObject{
-            {QStringLiteral("language"), interfaceLanguage()},
-            {QStringLiteral("theme"), m_theme},
-            {QStringLiteral("hidden_columns"), hiddenColumnsText(m_hiddenColumns)},
-            {QStringLiteral("shortcuts"), shortcutOverridesToJson(m_shortcutOverrides)},
-    });
 }

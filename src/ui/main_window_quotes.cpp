@@ -7,30 +7,10 @@
 #include <QStatusBar>
 #include <QTimer>
 
-namespace {
-
-constexpr int kQuoteRefreshMs = 15000;
-constexpr int kWatchlistRefreshMs = 60000;
-constexpr int kFxTickerRefreshMs = 60000;
-constexpr int kMarketDataStartMs = 250;
-
-} // namespace
-
 void MainWindow::setupQuoteRouting()
 {
-    m_network = new QNetworkAccessManager(this);
     m_quoteRouter = new QuoteRouter(
             *m_network, *this, [this](const QString &name) { return m_keys.apiKey(name); }, this);
-    m_quoteTimer = new QTimer(this);
-    m_quoteTimer->setInterval(kQuoteRefreshMs);
-    connect(m_quoteTimer, &QTimer::timeout, this, &MainWindow::refreshMarketQuotes);
-    m_watchlistTimer = new QTimer(this);
-    m_watchlistTimer->setInterval(kWatchlistRefreshMs);
-    connect(m_watchlistTimer, &QTimer::timeout, this, &MainWindow::refreshWatchlistBatch);
-    m_fxTimer = new QTimer(this);
-    m_fxTimer->setInterval(kFxTickerRefreshMs);
-    connect(m_fxTimer, &QTimer::timeout, this, &MainWindow::refreshFxTicker);
-    QTimer::singleShot(kMarketDataStartMs, this, &MainWindow::startMarketData);
 }
 
 void MainWindow::loadConfig()
@@ -47,11 +27,13 @@ void MainWindow::startMarketData()
     for (const QString &symbol : m_marketTable->symbols())
         refreshQuote(symbol);
     refreshWatchlistBatch();
+    refreshNews();
     // The ticker's pair is asked only when no row already asked for it.
     if (findMarketRow(fxTickerSymbol()) < 0)
         refreshFxTicker();
     m_quoteTimer->start();
     m_watchlistTimer->start();
+    m_newsTimer->start();
     m_fxTimer->start();
 }
 

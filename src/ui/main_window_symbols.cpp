@@ -1,11 +1,21 @@
 // The symbol universe behind the ticker search: completer, sectors and merges.
 #include "app/paths.h"
 #include "market/symbols.h"
+#include "providers/provider_http.h"
+#include "providers/provider_requests.h"
+#include "providers/yahoo_symbol_search.h"
 #include "ui/main_window.h"
 
 #include <QCompleter>
 #include <QLineEdit>
 #include <QStringListModel>
+
+namespace {
+
+// One letter matches half the market; the local universe completes that well enough.
+constexpr int kOnlineSearchMinimumLength = 2;
+
+} // namespace
 
 void MainWindow::setupCompleter()
 {
@@ -39,4 +49,30 @@ QString MainWindow::normalizeSymbolInput(const QString &text) const
 QString MainWindow::sectorForSymbol(const QString &symbol) const
 {
     return m_universe.sectorForSymbol(symbol);
+}
+
+void MainWindow::searchSymbolsOnline()
+{
+    // Only the latest text counts: a reply for what the user typed before is dropped.
+    const quint64 generation = ++m_searchGeneration;
+    const QString text = m_tickerSearch->text().trimmed();
+    if (text.size() < kOnlineSearchMinimumLength)
+        return;
+    sendProviderGet(*m_network, yahooSymbolSearchRequest(text), this,
+                    [this, generation](const ProviderReply &reply) {
+                        if (generation != m_searchGeneration)
+                            return;
+                        // A failed search leaves the local universe to complete on its own.
+                        if (!classifyProviderResponse(QStringLiteral("yahoo"), reply.httpStatus,
+                                                      reply.rawHeaders, reply.body)
+                                     .ok)
+                            return;
+                        const QStringList symbols = parseYahooSymbolSearch(reply.body);
+                        if (symbols.isEmpty())
+                            return;
+                        mergeUniverseSymbols(symbols);
+                        // The refilled model closes an open popup; show the new matches.
+                        if (m_tickerSearch->hasFocus() && !m_tickerSearch->text().isEmpty())
+                            m_completer->complete();
+                    });
 }

@@ -263,6 +263,11 @@ QTabBar::tab:selected {
 }
 QTabBar::tab:hover:!selected { color: @menuSelectedText@; }
 QTabBar QToolButton { background-color: @tabBackground@; border: 1px solid @tabBorder@; }
+QLabel#chartArea, QLabel#emptyState {
+    background-color: @tableBackground@;
+    border: 1px solid @tableBorder@;
+    color: @subtitleText@;
+}
 QSplitter::handle { background-color: @splitterHandle@; }
 QSplitter::handle:horizontal { width: 3px; }
 QSplitter::handle:vertical { height: 3px; }

@@ -27,6 +27,7 @@ private slots:
     void universeFilesAndSectorsReachTheWindow();
     void mergedSymbolsRefillTheCompleter();
     void confirmingAnEntryUsesTheNormalisedSymbol();
+    void typingSearchesOnlineOnceTypingStops();
     void placeholderFollowsTheLanguage();
     void quoteFailuresReachTheStatusBar();
 
@@ -170,6 +171,44 @@ void MainWindowTest::mergedSymbolsRefillTheCompleter()
     QVERIFY(!model->match(model->index(0, 0), Qt::DisplayRole, QStringLiteral("WIFUSDT  (Crypto)"),
                           1, Qt::MatchExactly)
                      .isEmpty());
+}
+
+void MainWindowTest::typingSearchesOnlineOnceTypingStops()
+{
+    IsolatedFolders folders;
+    MainWindow window;
+    auto *search = window.findChild<QLineEdit *>(QStringLiteral("tickerSearch"));
+    auto *model = search->completer()->model();
+    const auto listed = [model](const QString &entry) {
+        return !model->match(model->index(0, 0), Qt::DisplayRole, entry, 1, Qt::MatchExactly)
+                        .isEmpty();
+    };
+    const auto searches = [this] {
+        int count = 0;
+        for (const RecordedRequest &request : m_provider.requests())
+            count += request.path == "/v1/finance/search";
+        return count;
+    };
+    const int before = searches();
+
+    // A failing search changes nothing.
+    m_provider.setReply("/v1/finance/search",
+                        FakeReply{.status = 500,
+                                  .headers = {{"Content-Type", "text/html"}},
+                                  .body = providerData("yahoo_search_500_html_error_page.html")});
+    QTest::keyClicks(search, QStringLiteral("aapl"));
+    QTRY_COMPARE(searches(), before + 1); // one request for the whole word
+    QTest::qWait(100);
+    QVERIFY(!listed(QStringLiteral("AAPL.MX  (US)")));
+
+    m_provider.setReply("/v1/finance/search",
+                        FakeReply::json(providerData("yahoo_v1_search_aapl.json")));
+    QTest::keyClick(search, Qt::Key_Backspace);
+    QTest::keyClicks(search, QStringLiteral("L"));
+    QTRY_COMPARE(searches(), before + 2);
+    QCOMPARE(m_provider.requests().last().queryItem("q"), QStringLiteral("aapL"));
+    QTRY_VERIFY(listed(QStringLiteral("AAPL.MX  (US)")));
+    QVERIFY(!listed(QStringLiteral("AAPL210813C00147000  (US)"))); // options stay out
 }
 
 void MainWindowTest::confirmingAnEntryUsesTheNormalisedSymbol()

@@ -158,6 +158,14 @@ QString localizedStatusWord(const QString &status, bool portuguese)
     return canonical;
 }
 
+QStringList statusWords()
+{
+    QStringList words;
+    for (const StatusWord &word : kStatusWords)
+        words << QString::fromLatin1(word.canonical);
+    return words;
+}
+
 QString localizedStatusWord(const QString &status)
 {
     return localizedStatusWord(status, isPortuguese());

@@ -45,6 +45,8 @@ inline constexpr const char *kMarketTextColor = "#d8e6e3";
 QString canonicalStatusWord(const QString &status);
 QString localizedStatusWord(const QString &status, bool portuguese);
 QString localizedStatusWord(const QString &status); // in the current interface language
+// Every known status word, canonical.
+QStringList statusWords();
 
 // The columns a preset hides: "all", "trading", "analytics", anything else is the compact set.
 // Column 0 is never hidden.

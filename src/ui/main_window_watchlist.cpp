@@ -3,6 +3,7 @@
 #include "app/paths.h"
 #include "market/symbols.h"
 #include "market/watchlist.h"
+#include "ui/bilingual.h"
 #include "ui/language.h"
 #include "ui/main_window.h"
 #include "ui/market_table.h"
@@ -198,9 +199,14 @@ void MainWindow::selectionChanged()
     const auto quote = m_lastQuotes.constFind(symbol);
     m_quoteHeader->showSymbol(symbol, quote != m_lastQuotes.constEnd() ? &quote.value() : nullptr);
     m_quoteLog->showSymbol(symbol);
-    if (m_chartArea)
-        m_chartArea->setText(symbol.isEmpty() ? QStringLiteral("Select a symbol")
-                                              : QStringLiteral("Waiting for market data"));
+    if (m_chartArea) {
+        if (symbol.isEmpty())
+            bindText(m_chartArea, QStringLiteral("Select a symbol"),
+                     QStringLiteral("Selecione um ativo"));
+        else
+            bindText(m_chartArea, QStringLiteral("Waiting for market data"),
+                     QStringLiteral("Aguardando dados de mercado"));
+    }
     if (symbol.isEmpty())
         return;
     const AssetClass assetClass = assetClassOf(symbol);

@@ -10,6 +10,7 @@
 #include <QHeaderView>
 #include <QMenu>
 #include <QMetaMethod>
+#include <QStyle>
 #include <QTimer>
 
 #include <cmath>
@@ -296,6 +297,13 @@ void MarketTable::retranslate()
         headers << marketColumnHeader(column, m_smaPeriod, m_emaPeriod);
     setHorizontalHeaderLabels(headers);
     widenColumnsToHeaders(this);
+    // Status words are longer in Portuguese; the column holds the longest one whole.
+    int statusWidth = 0;
+    for (const QString &word : statusWords())
+        statusWidth = qMax(statusWidth, fontMetrics().horizontalAdvance(localizedStatusWord(word)));
+    statusWidth += 2 * style()->pixelMetric(QStyle::PM_FocusFrameHMargin, nullptr, this) + 12;
+    if (columnWidth(StatusColumn) < statusWidth)
+        setColumnWidth(StatusColumn, statusWidth);
     // Status words follow the language; every other written cell keeps the one it was written in.
     SortingPause pause(this);
     for (int row = 0; row < rowCount(); ++row) {

@@ -78,6 +78,15 @@ QuoteHeader::QuoteHeader(QWidget *parent)
     layout->addWidget(m_rangeTile, 1);
     layout->addWidget(m_sourceTile);
     layout->addWidget(m_timeTile);
+    // The day's range and the source are the long tiles: on a narrow window they give way instead
+    // of pushing the window wider than the screen.
+    for (QLabel *tile : {m_rangeTile, m_sourceTile}) {
+        tile->setMinimumWidth(1);
+        tile->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    }
+    m_sourceTile->setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Preferred);
+    m_rangeTile->setTextFormat(Qt::PlainText);
+    m_rangeTile->installEventFilter(this);
     QFont bold = m_symbolTile->font();
     bold.setBold(true);
     m_symbolTile->setFont(bold);
@@ -128,12 +137,12 @@ void QuoteHeader::render()
         m_lastTile->setText(QStringLiteral("--"));
     m_changeTile->setText(formatChangePercent(quote.changePercent));
     setChangeDirection(m_changeTile, quote.changePercent);
-    m_rangeTile->setText(translated(QStringLiteral("O %1  H %2  L %3  Prev %4  Vol %5"),
-                                    QStringLiteral("A %1  Máx %2  Mín %3  Ant %4  Vol %5"))
-                                 .arg(formatMarketNumber(quote.open),
-                                      formatMarketNumber(quote.high), formatMarketNumber(quote.low),
-                                      formatMarketNumber(quote.previousClose),
-                                      volumeText(quote.volume)));
+    m_rangeText = translated(QStringLiteral("O %1  H %2  L %3  Prev %4  Vol %5"),
+                             QStringLiteral("A %1  Máx %2  Mín %3  Ant %4  Vol %5"))
+                          .arg(formatMarketNumber(quote.open), formatMarketNumber(quote.high),
+                               formatMarketNumber(quote.low),
+                               formatMarketNumber(quote.previousClose), volumeText(quote.volume));
+    fitRangeText();
     if (!m_hasQuote) {
         m_sourceTile->setText(QStringLiteral("--"));
         m_timeTile->setText(QStringLiteral("--:--:--"));
@@ -149,6 +158,24 @@ void QuoteHeader::render()
         source += QStringLiteral(" · ") + localizedStatusWord(quote.status).toHtmlEscaped();
     m_sourceTile->setText(source);
     m_timeTile->setText(quote.time.toString(QStringLiteral("HH:mm:ss")));
+}
+
+void QuoteHeader::fitRangeText()
+{
+    const int width = m_rangeTile->contentsRect().width();
+    const QString shown =
+            m_rangeTile->fontMetrics().elidedText(m_rangeText, Qt::ElideRight, qMax(width, 0));
+    m_rangeTile->setText(shown);
+    m_rangeTile->setToolTip(shown == m_rangeText ? QString() : m_rangeText);
+}
+
+bool QuoteHeader::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_rangeTile &&
+        (event->type() == QEvent::Resize || event->type() == QEvent::FontChange ||
+         event->type() == QEvent::StyleChange))
+        fitRangeText();
+    return QWidget::eventFilter(watched, event);
 }
 
 void QuoteHeader::changeEvent(QEvent *event)
@@ -176,10 +203,11 @@ QuoteLog::QuoteLog(QWidget *parent)
     m_table->setWordWrap(false);
     m_table->verticalHeader()->setVisible(false);
     m_table->verticalHeader()->setDefaultSectionSize(20);
-    m_table->horizontalHeader()->setStretchLastSection(true);
+    // The source ("brapi_public · delayed fallback") is the long text; it takes the spare room.
+    m_table->horizontalHeader()->setSectionResizeMode(3, QHeaderView::Stretch);
     m_table->horizontalHeader()->setHighlightSections(false);
-    const int widths[] = {68, 84, 70, 170, 68};
-    for (int column = 0; column < 5; ++column)
+    const int widths[] = {68, 84, 70, 170, 68, 140};
+    for (int column = 0; column < 6; ++column)
         m_table->setColumnWidth(column, widths[column]);
     layout->addWidget(m_table, 1);
     retranslate();

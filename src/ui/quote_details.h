@@ -26,12 +26,16 @@ public:
 
 protected:
     void changeEvent(QEvent *event) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
     QLabel *addTile(const char *name);
     void render();
+    // The range tile shows as much of its text as fits, ending in "…".
+    void fitRangeText();
 
     QString m_symbol;
+    QString m_rangeText;
     bool m_hasQuote = false;
     MarketQuote m_quote;
     QLabel *m_symbolTile;

@@ -253,8 +253,8 @@ QTabBar::tab {
     border: 1px solid @tabBorder@;
     border-top-left-radius: 4px;
     border-top-right-radius: 4px;
-    padding: 5px 10px;
-    margin-right: 2px;
+    padding: 4px 7px;
+    margin-right: 1px;
 }
 QTabBar::tab:selected {
     background-color: @tabSelectedBackground@;

@@ -285,6 +285,22 @@ QByteArray crunchbaseHit(const QString &query)
             .toJson();
 }
 
+// Yahoo's 400 for a request without a parameter it needs, in its `finance.error` shape.
+HttpResponse missingParameterReply(const QString &parameter)
+{
+    const QByteArray error =
+            OrderedJson()
+                    .text("code", QStringLiteral("Bad Request"))
+                    .text("description",
+                          QStringLiteral("Missing required query parameter=%1").arg(parameter))
+                    .toJson();
+    return HttpResponse::json(
+            OrderedJson()
+                    .raw("finance", OrderedJson().null("result").raw("error", error).toJson())
+                    .toJson(),
+            400);
+}
+
 } // namespace
 
 // GET /v8/finance/chart/<symbol>?range=..&interval=..
@@ -325,19 +341,8 @@ HttpResponse yahooChartReply(const MarketContext &market, const HttpRequest &req
 HttpResponse yahooQuoteReply(const MarketContext &market, const HttpRequest &request)
 {
     const QString symbols = request.queryItem(QStringLiteral("symbols"));
-    if (symbols.trimmed().isEmpty()) {
-        const QByteArray error =
-                OrderedJson()
-                        .text("code", QStringLiteral("Bad Request"))
-                        .text("description",
-                              QStringLiteral("Missing required query parameter=symbols"))
-                        .toJson();
-        return HttpResponse::json(
-                OrderedJson()
-                        .raw("finance", OrderedJson().null("result").raw("error", error).toJson())
-                        .toJson(),
-                400);
-    }
+    if (symbols.trimmed().isEmpty())
+        return missingParameterReply(QStringLiteral("symbols"));
     QList<QByteArray> results;
     QSet<QString> seen;
     for (const QString &part : symbols.split(QLatin1Char(','))) {
@@ -360,18 +365,8 @@ HttpResponse yahooQuoteReply(const MarketContext &market, const HttpRequest &req
 HttpResponse yahooSearchReply(const MarketContext &market, const HttpRequest &request)
 {
     const QString query = request.queryItem(QStringLiteral("q")).trimmed();
-    if (query.isEmpty()) {
-        const QByteArray error =
-                OrderedJson()
-                        .text("code", QStringLiteral("Bad Request"))
-                        .text("description", QStringLiteral("Missing required query parameter=q"))
-                        .toJson();
-        return HttpResponse::json(
-                OrderedJson()
-                        .raw("finance", OrderedJson().null("result").raw("error", error).toJson())
-                        .toJson(),
-                400);
-    }
+    if (query.isEmpty())
+        return missingParameterReply(QStringLiteral("q"));
     bool counted = false;
     int quotesCount = request.queryItem(QStringLiteral("quotesCount")).toInt(&counted);
     quotesCount = counted ? std::clamp(quotesCount, 0, kMaxSearchQuotes) : kDefaultSearchQuotes;

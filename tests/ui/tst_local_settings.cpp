@@ -32,10 +32,7 @@ private slots:
     void hiddenColumnsKeepOnlyMovableColumns();
     void splitterSizesMustFitTheirSplitter_data();
     void splitterSizesMustFitTheirSplitter();
-    void valuesSurviveTheirOwnDocument();
     void snapshotLeavesPersonalStateOut();
-    void presetsAndTheirFallback_data();
-    void presetsAndTheirFallback();
     void windowLandsCentredWithinTheScreen_data();
     void windowLandsCentredWithinTheScreen();
 };
@@ -148,39 +145,6 @@ void LocalSettingsTest::splitterSizesMustFitTheirSplitter()
     QCOMPARE(readSplitterSizes(document.value("v"), panes), expected);
 }
 
-void LocalSettingsTest::valuesSurviveTheirOwnDocument()
-{
-    WorkspaceValues values;
-    values.language = QStringLiteral("pt_BR");
-    values.theme = QStringLiteral("qrl_light");
-    values.chartMode = QStringLiteral("candle");
-    values.chartTimeframe = QStringLiteral("15m");
-    values.windowGeometry = QByteArray("\x01\xd9\xd0\xcb\x00\x03geometry\xff", 14);
-    values.hiddenColumns = QSet<int>{2, 11, 15};
-    values.shortcuts = ShortcutOverrides{{QStringLiteral("layout_dense"), "Ctrl+Shift+D"}};
-    values.leftSplitterSizes = {230, 560, 150};
-    values.workspaceSplitterSizes = {1180, 240};
-
-    const QJsonObject document = workspaceValuesToJson(values);
-    QCOMPARE(document.value("hidden_columns").toString(), QStringLiteral("2,11,15"));
-    QVERIFY(document.value("window_geometry").isString());
-    const WorkspaceValues read = readWorkspaceValues(document, chartTimeframes());
-    QCOMPARE(read.language, values.language);
-    QCOMPARE(read.theme, values.theme);
-    QCOMPARE(read.chartMode, values.chartMode);
-    QCOMPARE(read.chartTimeframe, values.chartTimeframe);
-    QCOMPARE(read.windowGeometry, values.windowGeometry);
-    QCOMPARE(read.hiddenColumns, values.hiddenColumns);
-    QCOMPARE(read.shortcuts, values.shortcuts);
-    QCOMPARE(read.leftSplitterSizes, values.leftSplitterSizes);
-    QCOMPARE(read.workspaceSplitterSizes, values.workspaceSplitterSizes);
-    // Every key the window writes is one of the file's own, and one a snapshot carries.
-    for (const QString &key : document.keys()) {
-        QVERIFY2(localSettingsKeyOrder().contains(key), qPrintable(key));
-        QVERIFY2(workspaceSnapshotKeys().contains(key), qPrintable(key));
-    }
-}
-
 void LocalSettingsTest::snapshotLeavesPersonalStateOut()
 {
     QJsonObject settings;
@@ -193,35 +157,6 @@ void LocalSettingsTest::snapshotLeavesPersonalStateOut()
                                  "auth", "sync_versions", "sync_last_unix", "sync_last_status"})
         QVERIFY2(!snapshot.contains(QLatin1String(personal)), personal);
     QCOMPARE(snapshot.value("drawings").toString(), QStringLiteral("value of drawings"));
-}
-
-void LocalSettingsTest::presetsAndTheirFallback_data()
-{
-    QTest::addColumn<QString>("id");
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QList<int>>("workspace");
-    QTest::addColumn<QList<int>>("left");
-    QTest::newRow("balanced") << "balanced"
-                              << "Balanced" << QList<int>{1080, 320} << QList<int>{360, 420, 150};
-    QTest::newRow("dense") << "dense"
-                           << "Dense Terminal" << QList<int>{1080, 320}
-                           << QList<int>{330, 390, 150};
-    QTest::newRow("chart") << "chart"
-                           << "Chart Focus" << QList<int>{1180, 240} << QList<int>{230, 560, 150};
-    QTest::newRow("order flow") << "order_flow"
-                                << "Order Flow Focus" << QList<int>{930, 430}
-                                << QList<int>{360, 360, 160};
-    QTest::newRow("unknown") << "Chart"
-                             << "Balanced" << QList<int>{1080, 320} << QList<int>{360, 420, 150};
-}
-
-void LocalSettingsTest::presetsAndTheirFallback()
-{
-    QFETCH(QString, id);
-    const LayoutPreset &preset = layoutPreset(id);
-    QTEST(preset.english, "name");
-    QTEST(preset.workspaceSizes, "workspace");
-    QTEST(preset.leftSizes, "left");
 }
 
 void LocalSettingsTest::windowLandsCentredWithinTheScreen_data()

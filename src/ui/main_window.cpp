@@ -371,9 +371,9 @@ QWidget *MainWindow::createChartPanel()
 
     layout->addWidget(createChartToolbar(panel));
 
-    // The chart's own texts are not translated.
-    m_chartArea = new QLabel(QStringLiteral("Select a symbol"), panel);
+    m_chartArea = new QLabel(panel);
     m_chartArea->setObjectName(QStringLiteral("chartArea"));
+    bindText(m_chartArea, QStringLiteral("Select a symbol"), QStringLiteral("Selecione um ativo"));
     m_chartArea->setAlignment(Qt::AlignCenter);
     m_chartArea->setMinimumHeight(120);
     layout->addWidget(m_chartArea, 1);

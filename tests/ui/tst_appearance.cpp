@@ -72,12 +72,9 @@ private slots:
     void init();
 
     void firstStartIsDarkEnglishWithDefaultKeys();
-    void storedValuesAreAcceptedOnlyWhenKnown_data();
-    void storedValuesAreAcceptedOnlyWhenKnown();
     void choosingAThemeStoresIt();
     void choosingTheCurrentLanguageWritesNoEvent();
     void overridesReachTheirActions();
-    void savingKeepsKeysItDoesNotOwn();
     void corruptSettingsAreKeptAside();
 
 private:
@@ -115,39 +112,6 @@ void AppearanceTest::firstStartIsDarkEnglishWithDefaultKeys()
     QCOMPARE(chartTool(window, "select")->toolTip(), QStringLiteral("Select (Alt+1)"));
     QCOMPARE(viewAction(window, {"Layout", "Dense Terminal"})->shortcut(),
              QKeySequence(QStringLiteral("Ctrl+Alt+2")));
-}
-
-void AppearanceTest::storedValuesAreAcceptedOnlyWhenKnown_data()
-{
-    QTest::addColumn<QByteArray>("settings");
-    QTest::addColumn<QString>("theme");
-    QTest::addColumn<QString>("language");
-    QTest::newRow("known values") << QByteArray(R"({"language":"pt_BR","theme":"qrl_light"})")
-                                  << "qrl_light"
-                                  << "pt_BR";
-    QTest::newRow("near misses") << QByteArray(R"({"language":"de","theme":"light"})")
-                                 << "coffee_dark"
-                                 << "en";
-    QTest::newRow("wrong types") << QByteArray(R"({"language":1,"theme":["qrl_light"]})")
-                                 << "coffee_dark"
-                                 << "en";
-    QTest::newRow("case matters") << QByteArray(R"({"language":"PT_BR","theme":"QRL_LIGHT"})")
-                                  << "coffee_dark"
-                                  << "en";
-}
-
-void AppearanceTest::storedValuesAreAcceptedOnlyWhenKnown()
-{
-    QFETCH(QByteArray, settings);
-    QFETCH(QString, theme);
-    QFETCH(QString, language);
-    IsolatedFolders folders;
-    folders.writeFile(settingsPath(folders), settings);
-    MainWindow window;
-    QCOMPARE(window.theme(), theme);
-    QCOMPARE(interfaceLanguage(), language);
-    QCOMPARE(window.menuBar()->actions().first()->text(),
-             language == "pt_BR" ? QStringLiteral("Exibir") : QStringLiteral("View"));
 }
 
 void AppearanceTest::choosingAThemeStoresIt()
@@ -205,28 +169,6 @@ void AppearanceTest::overridesReachTheirActions()
              (QJsonObject{{"book_wide", "Ctrl+9"}}));
     QCOMPARE(viewAction(window, {"Layout", "Dense Terminal"})->shortcut(),
              QKeySequence(QStringLiteral("Ctrl+Alt+2")));
-}
-
-void AppearanceTest::savingKeepsKeysItDoesNotOwn()
-{
-    IsolatedFolders folders;
-    const QByteArray alerts = R"([{"symbol":"AAPL","condition":"above","target":250}])";
-    folders.writeFile(
-            settingsPath(folders),
-            R"({"future_key":{"a":[1,2]},"alerts":)" + alerts +
-                    R"(,"auth":{"token":"t0k"},"sync_last_unix":1700000000,"theme":"light"})");
-    MainWindow window;
-    window.setTheme(QStringLiteral("qrl_light"));
-    const QByteArray text = IsolatedFolders::readFile(settingsPath(folders));
-    const QJsonObject stored = QJsonDocument::fromJson(text).object();
-    QCOMPARE(stored.value("alerts"), QJsonDocument::fromJson(alerts).array());
-    QCOMPARE(stored.value("auth").toObject().value("token").toString(), QStringLiteral("t0k"));
-    QCOMPARE(stored.value("sync_last_unix").toDouble(), 1700000000.0);
-    QCOMPARE(stored.value("future_key").toObject().value("a").toArray().size(), 2);
-    // Known keys are written in their fixed order, unknown ones after them.
-    QVERIFY(text.indexOf("\"language\"") < text.indexOf("\"theme\""));
-    QVERIFY(text.indexOf("\"theme\"") < text.indexOf("\"alerts\""));
-    QVERIFY(text.indexOf("\"sync_last_unix\"") < text.indexOf("\"future_key\""));
 }
 
 void AppearanceTest::corruptSettingsAreKeptAside()

@@ -154,6 +154,7 @@ private slots:
     void init();
 
     void everyKeyRoundTrips();
+    void rejectedValuesLeaveTheDefaults();
     void startupReportsSavedAlerts();
     void burstOfChangesIsWrittenOnce();
     void draggingASplitterIsSaved();
@@ -256,6 +257,20 @@ void WorkspaceTest::everyKeyRoundTrips()
         QVERIFY2(at > previous, qPrintable(key));
         previous = at;
     }
+}
+
+void WorkspaceTest::rejectedValuesLeaveTheDefaults()
+{
+    IsolatedFolders folders;
+    folders.writeFile(settingsPath(folders), R"({"language":"de","theme":"light",
+        "chart_mode":"Candle","chart_timeframe":"2h","hidden_columns":"0,3,16,x"})");
+    MainWindow window;
+    QCOMPARE(interfaceLanguage(), QStringLiteral("en"));
+    QCOMPARE(window.menuBar()->actions().first()->text(), QStringLiteral("View"));
+    QCOMPARE(window.theme(), QStringLiteral("coffee_dark"));
+    QCOMPARE(window.chartMode(), QStringLiteral("line"));
+    QCOMPARE(window.findChild<QComboBox *>("chartTimeframe")->currentText(), QStringLiteral("1m"));
+    QCOMPARE(window.marketTable()->hiddenColumns(), QSet<int>{3});
 }
 
 void WorkspaceTest::startupReportsSavedAlerts()

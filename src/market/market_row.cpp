@@ -1,7 +1,7 @@
 #include "market/market_row.h"
 
+#include "app/language.h"
 #include "market/symbols.h"
-#include "ui/language.h"
 
 #include <QDateTime>
 

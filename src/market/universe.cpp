@@ -1,7 +1,7 @@
 #include "market/universe.h"
 
+#include "app/language.h"
 #include "market/symbols.h"
-#include "ui/language.h"
 
 #include <QDir>
 #include <QFile>

@@ -2,8 +2,8 @@
 
 #include "app/atomic_file.h"
 #include "app/endpoints.h"
+#include "app/language.h"
 #include "app/paths.h"
-#include "ui/language.h"
 
 #include <QFile>
 #include <QTextStream>

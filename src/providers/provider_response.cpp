@@ -1,7 +1,7 @@
 #include "providers/provider_response.h"
 
+#include "app/language.h"
 #include "providers/data_fetcher.h"
-#include "ui/language.h"
 
 #include <QJsonArray>
 #include <QJsonParseError>

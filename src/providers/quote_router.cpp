@@ -1,11 +1,11 @@
 #include "providers/quote_router.h"
 
+#include "app/language.h"
 #include "chart/timeframe.h"
 #include "providers/alpha_vantage_cache.h"
 #include "providers/provider_http.h"
 #include "providers/provider_requests.h"
 #include "providers/yahoo_batch_quote.h"
-#include "ui/language.h"
 
 #include <QSet>
 

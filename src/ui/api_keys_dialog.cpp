@@ -1,7 +1,7 @@
 #include "ui/api_keys_dialog.h"
 
+#include "app/language.h"
 #include "providers/api_keys.h"
-#include "ui/language.h"
 
 #include <QAction>
 #include <QDialogButtonBox>

@@ -1,6 +1,6 @@
 #include "ui/bilingual.h"
 
-#include "ui/language.h"
+#include "app/language.h"
 
 #include <QAbstractButton>
 #include <QAction>

@@ -1,6 +1,6 @@
 #include "ui/layout_presets.h"
 
-#include "ui/language.h"
+#include "app/language.h"
 
 QString LayoutPreset::displayName() const
 {

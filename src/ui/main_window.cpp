@@ -1,10 +1,10 @@
 #include "ui/main_window.h"
 
 #include "app/identity.h"
+#include "app/language.h"
 #include "app/startup_log.h"
 #include "chart/timeframe.h"
 #include "ui/bilingual.h"
-#include "ui/language.h"
 #include "ui/layout_presets.h"
 #include "ui/market_table.h"
 #include "ui/quote_details.h"

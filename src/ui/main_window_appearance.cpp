@@ -1,7 +1,7 @@
 // Language, theme and shortcuts.
+#include "app/language.h"
 #include "market/market_row.h"
 #include "ui/bilingual.h"
-#include "ui/language.h"
 #include "ui/main_window.h"
 #include "ui/market_table.h"
 #include "ui/shortcuts.h"

@@ -1,8 +1,8 @@
 // The local settings and the workspace snapshot: what the window keeps between runs.
 #include "app/atomic_file.h"
+#include "app/language.h"
 #include "app/paths.h"
 #include "chart/timeframe.h"
-#include "ui/language.h"
 #include "ui/main_window.h"
 #include "ui/market_table.h"
 

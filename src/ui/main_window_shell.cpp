@@ -1,7 +1,7 @@
 // The window shell: timers, the session start, the event console, layout presets, monitors and
 // closing.
+#include "app/language.h"
 #include "ui/bilingual.h"
-#include "ui/language.h"
 #include "ui/layout_presets.h"
 #include "ui/main_window.h"
 

@@ -1,10 +1,10 @@
 // The watchlist: market rows, the file that keeps them, and what a new quote sets off.
 #include "app/atomic_file.h"
+#include "app/language.h"
 #include "app/paths.h"
 #include "market/symbols.h"
 #include "market/watchlist.h"
 #include "ui/bilingual.h"
-#include "ui/language.h"
 #include "ui/main_window.h"
 #include "ui/market_table.h"
 #include "ui/quote_details.h"

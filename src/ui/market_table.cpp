@@ -1,8 +1,8 @@
 #include "ui/market_table.h"
 
+#include "app/language.h"
 #include "market/market_row.h"
 #include "market/market_table_item.h"
-#include "ui/language.h"
 
 #include <QAction>
 #include <QEvent>

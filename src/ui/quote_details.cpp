@@ -1,7 +1,7 @@
 #include "ui/quote_details.h"
 
+#include "app/language.h"
 #include "market/symbols.h"
-#include "ui/language.h"
 #include "ui/market_table.h"
 
 #include <QEvent>

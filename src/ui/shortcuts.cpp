@@ -1,6 +1,6 @@
 #include "ui/shortcuts.h"
 
-#include "ui/language.h"
+#include "app/language.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include "ui/shortcuts_dialog.h"
 
-#include "ui/language.h"
+#include "app/language.h"
 
 #include <QDialogButtonBox>
 #include <QFormLayout>

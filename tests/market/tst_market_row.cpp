@@ -1,6 +1,6 @@
+#include "app/language.h"
 #include "market/market_row.h"
 #include "market/watchlist.h"
-#include "ui/language.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

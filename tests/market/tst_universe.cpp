@@ -1,7 +1,7 @@
+#include "app/language.h"
 #include "market/symbols.h"
 #include "market/universe.h"
 #include "support/isolated_folders.h"
-#include "ui/language.h"
 
 #include <QFile>
 #include <QTest>

@@ -1,6 +1,6 @@
+#include "app/language.h"
 #include "providers/provider_response.h"
 #include "support/fake_provider.h"
-#include "ui/language.h"
 
 #include <QTest>
 

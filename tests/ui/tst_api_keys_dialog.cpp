@@ -1,7 +1,7 @@
 #include "app/endpoints.h"
+#include "app/language.h"
 #include "providers/api_keys.h"
 #include "ui/api_keys_dialog.h"
-#include "ui/language.h"
 
 #include <QAction>
 #include <QApplication>

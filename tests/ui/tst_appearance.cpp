@@ -1,7 +1,7 @@
 #include "app/identity.h"
+#include "app/language.h"
 #include "support/fake_provider.h"
 #include "support/isolated_folders.h"
-#include "ui/language.h"
 #include "ui/main_window.h"
 #include "ui/market_table.h"
 #include "ui/theme.h"

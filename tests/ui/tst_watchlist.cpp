@@ -1,8 +1,8 @@
 #include "app/identity.h"
+#include "app/language.h"
 #include "market/market_row.h"
 #include "support/fake_provider.h"
 #include "support/isolated_folders.h"
-#include "ui/language.h"
 #include "ui/main_window.h"
 #include "ui/market_table.h"
 

@@ -65,6 +65,10 @@ private slots:
     void typingASymbolAddsItOnce();
     void quotesFillTheirRow();
     void lastSortsByValueAndPlaceholdersByText();
+    void sortedRowsKeepTheirOwnColourAndTooltip_data();
+    void sortedRowsKeepTheirOwnColourAndTooltip();
+    void rowMenuActsOnTheSymbolItWasOpenedOn_data();
+    void rowMenuActsOnTheSymbolItWasOpenedOn();
     void movesAtTheEdgesDoNothing();
     void removingASymbolForgetsIt();
     void presetsAndTheHeaderMenuHideColumns();
@@ -236,6 +240,112 @@ void WatchlistTest::lastSortsByValueAndPlaceholdersByText()
     QCOMPARE(table->item(1, SymbolColumn)->text(), QStringLiteral("PETR4.SA"));
     QCOMPARE(table->item(1, SourceColumn)->text(), QStringLiteral("BrAPI"));
     QCOMPARE(table->item(1, ChangeColumn)->text(), QStringLiteral("-1.00%"));
+}
+
+void WatchlistTest::sortedRowsKeepTheirOwnColourAndTooltip_data()
+{
+    QTest::addColumn<int>("column");
+    QTest::newRow("sorted by change") << int(ChangeColumn);
+    QTest::newRow("sorted by last") << int(LastColumn);
+}
+
+void WatchlistTest::sortedRowsKeepTheirOwnColourAndTooltip()
+{
+    QFETCH(int, column);
+    IsolatedFolders folders;
+    folders.writeFile(watchlistPath(folders),
+                      R"({"symbols":[{"symbol":"AAPL"},{"symbol":"NVDA"},{"symbol":"MSFT"},
+                                     {"symbol":"TSLA"}]})");
+    MainWindow window;
+    MarketTable *table = window.marketTable();
+    window.updateMarketRow("AAPL", 300, 3, "Yahoo", "1 ms", "free/delayed");
+    window.updateMarketRow("NVDA", 200, 2, "Yahoo", "1 ms", "free/delayed");
+    window.updateMarketRow("MSFT", 100, -1, "Yahoo", "1 ms", "free/delayed");
+    window.updateMarketRow("TSLA", 50, -2, "Yahoo", "1 ms", "free/delayed");
+    table->sortItems(column, Qt::DescendingOrder);
+    table->setSortingEnabled(true);
+
+    // Each quote moves its row across the others, price and change alike.
+    const struct
+    {
+        const char *symbol;
+        double price;
+        double change;
+    } burst[] = {{"AAPL", 10, -9}, {"TSLA", 400, 5}, {"MSFT", 5, -4},
+                 {"NVDA", 500, 7}, {"AAPL", 600, 8}, {"TSLA", 1, -3}};
+    for (const auto &quote : burst) {
+        window.updateMarketRow(quote.symbol, quote.price, quote.change, "Yahoo", "1 ms",
+                               "free/delayed");
+        for (int row = 0; row < table->rowCount(); ++row) {
+            const QString symbol = table->item(row, SymbolColumn)->text();
+            const QTableWidgetItem *change = table->item(row, ChangeColumn);
+            const double value = change->data(Qt::UserRole).toDouble();
+            QCOMPARE(change->foreground().color().name(), changeColor(value).name());
+            for (int cell = 0; cell < MarketColumnCount; ++cell) {
+                const QString tip = table->item(row, cell)->toolTip();
+                QVERIFY2(tip.startsWith(symbol) && tip.contains(formatChangePercent(value)),
+                         qPrintable(symbol + QStringLiteral(": ") + tip));
+            }
+        }
+    }
+}
+
+void WatchlistTest::rowMenuActsOnTheSymbolItWasOpenedOn_data()
+{
+    // NVDA's row when the menu opens is 1; the quotes then sort it to row 2 of four.
+    QTest::addColumn<QString>("action");
+    QTest::addColumn<QStringList>("after");
+    QTest::newRow("remove") << "removeSymbol" << QStringList{"TSLA", "AAPL", "MSFT"};
+    QTest::newRow("up") << "moveUp" << QStringList{"TSLA", "NVDA", "AAPL", "MSFT"};
+    QTest::newRow("down") << "moveDown" << QStringList{"TSLA", "AAPL", "MSFT", "NVDA"};
+    QTest::newRow("top") << "moveToTop" << QStringList{"NVDA", "TSLA", "AAPL", "MSFT"};
+    QTest::newRow("bottom") << "moveToBottom" << QStringList{"TSLA", "AAPL", "MSFT", "NVDA"};
+    QTest::newRow("alert") << "createAlert" << QStringList{"TSLA", "AAPL", "NVDA", "MSFT"};
+}
+
+void WatchlistTest::rowMenuActsOnTheSymbolItWasOpenedOn()
+{
+    QFETCH(QString, action);
+    QFETCH(QStringList, after);
+    IsolatedFolders folders;
+    folders.writeFile(watchlistPath(folders),
+                      R"({"symbols":[{"symbol":"AAPL"},{"symbol":"NVDA"},{"symbol":"MSFT"},
+                                     {"symbol":"TSLA"}]})");
+    MainWindow window;
+    MarketTable *table = window.marketTable();
+    QStringList alerts;
+    connect(table, &MarketTable::createAlertRequested, this,
+            [&alerts](const QString &symbol) { alerts << symbol; });
+    window.updateMarketRow("AAPL", 40, 4, "Yahoo", "1 ms", "free/delayed");
+    window.updateMarketRow("NVDA", 30, 3, "Yahoo", "1 ms", "free/delayed");
+    window.updateMarketRow("MSFT", 20, 2, "Yahoo", "1 ms", "free/delayed");
+    window.updateMarketRow("TSLA", 10, 1, "Yahoo", "1 ms", "free/delayed");
+    table->sortItems(ChangeColumn, Qt::DescendingOrder);
+    table->setSortingEnabled(true);
+    QCOMPARE(table->symbols(), (QStringList{"AAPL", "NVDA", "MSFT", "TSLA"}));
+
+    QMenu *menu = table->createRowMenu(table->findMarketRow("NVDA"));
+    for (int i = 0; i < 5; ++i) {
+        window.updateMarketRow("NVDA", 30, 5.5 - i, "Yahoo", "1 ms", "free/delayed");
+        window.updateMarketRow("TSLA", 10, 2.5 + i, "Yahoo", "1 ms", "free/delayed");
+        window.updateMarketRow("MSFT", 20, 3 - i, "Yahoo", "1 ms", "free/delayed");
+    }
+    QCOMPARE(table->symbols(), (QStringList{"TSLA", "AAPL", "NVDA", "MSFT"}));
+    menuAction(menu, action.toLatin1())->trigger();
+    QCOMPARE(table->symbols(), after);
+    QCOMPARE(alerts, action == "createAlert" ? QStringList{"NVDA"} : QStringList{});
+    if (action != "createAlert" && action != "removeSymbol")
+        QCOMPARE(table->selectedSymbol(), QStringLiteral("NVDA"));
+
+    // Once its symbol is gone, the menu does nothing.
+    QMenu *stale = table->createRowMenu(table->findMarketRow("MSFT"));
+    table->selectRow(table->findMarketRow("MSFT"));
+    window.removeSelectedSymbol();
+    const QStringList left = table->symbols();
+    for (const char *name : {"removeSymbol", "moveUp", "moveToTop", "createAlert"})
+        menuAction(stale, name)->trigger();
+    QCOMPARE(table->symbols(), left);
+    QCOMPARE(alerts.size(), action == "createAlert" ? 1 : 0);
 }
 
 void WatchlistTest::movesAtTheEdgesDoNothing()

@@ -78,9 +78,10 @@ void MainWindow::updateMarketRow(const QString &symbol, double price, double cha
             // indicators exist; until then they keep "--".
         }
         m_marketTable->writeQuoteCells(row, price, changePercent, source, latency, status);
+        // Colour and tooltip too, before sorting is back and the row may move.
+        m_marketTable->colorChangeCell(row, changePercent);
+        refreshRowToolTip(row);
     }
-    m_marketTable->colorChangeCell(row, changePercent);
-    refreshRowToolTip(row);
 
     checkPriceAlerts(symbol, price);
     m_quoteLog->record(quote);

@@ -104,11 +104,22 @@ MarketTable::MarketTable(QWidget *parent)
 
 int MarketTable::findMarketRow(const QString &symbol) const
 {
+    // Stream frames look rows up many times a second: a persistent index follows its row through
+    // sorting, inserts and removals, so only a row it has lost is searched for.
+    const auto known = m_rowIndex.constFind(symbol);
+    if (known != m_rowIndex.constEnd() && known->isValid()) {
+        const QTableWidgetItem *cell = item(known->row(), SymbolColumn);
+        if (cell && cell->text() == symbol)
+            return known->row();
+    }
     for (int row = 0; row < rowCount(); ++row) {
         const QTableWidgetItem *cell = item(row, SymbolColumn);
-        if (cell && cell->text() == symbol)
+        if (cell && cell->text() == symbol) {
+            m_rowIndex.insert(symbol, QPersistentModelIndex(model()->index(row, SymbolColumn)));
             return row;
+        }
     }
+    m_rowIndex.remove(symbol);
     return -1;
 }
 
@@ -346,8 +357,9 @@ QMenu *MarketTable::createRowMenu(int row)
     auto *menu = new QMenu(this);
     menu->setObjectName(QStringLiteral("marketRowMenu"));
     connect(menu, &QMenu::aboutToHide, menu, &QObject::deleteLater);
+    // The menu does not block: quotes keep sorting the table while it is open, so every entry acts
+    // on the symbol it was opened on, wherever that row is by then, and on nothing once it is gone.
     const QString symbol = symbolAt(row);
-    const int last = rowCount() - 1;
     auto add = [menu](const char *name, const QString &english, const QString &portuguese) {
         QAction *action = menu->addAction(translated(english, portuguese));
         action->setObjectName(QLatin1String(name));
@@ -358,29 +370,52 @@ QMenu *MarketTable::createRowMenu(int row)
     // Offered once something can take the alert.
     alert->setEnabled(
             isSignalConnected(QMetaMethod::fromSignal(&MarketTable::createAlertRequested)));
-    connect(alert, &QAction::triggered, this,
-            [this, symbol] { emit createAlertRequested(symbol); });
+    connect(alert, &QAction::triggered, this, [this, symbol] {
+        if (findMarketRow(symbol) >= 0)
+            emit createAlertRequested(symbol);
+    });
     menu->addSeparator();
+    enum class Target {
+        Up,
+        Down,
+        Top,
+        Bottom
+    };
     const struct
     {
         const char *name;
         QString english;
         QString portuguese;
-        int to;
+        Target target;
     } moves[] = {
-            {"moveUp", QStringLiteral("Move up"), QStringLiteral("Mover para cima"), row - 1},
-            {"moveDown", QStringLiteral("Move down"), QStringLiteral("Mover para baixo"), row + 1},
-            {"moveToTop", QStringLiteral("Move to top"), QStringLiteral("Mover para o topo"), 0},
+            {"moveUp", QStringLiteral("Move up"), QStringLiteral("Mover para cima"), Target::Up},
+            {"moveDown", QStringLiteral("Move down"), QStringLiteral("Mover para baixo"),
+             Target::Down},
+            {"moveToTop", QStringLiteral("Move to top"), QStringLiteral("Mover para o topo"),
+             Target::Top},
             {"moveToBottom", QStringLiteral("Move to bottom"), QStringLiteral("Mover para o fim"),
-             last},
+             Target::Bottom},
     };
     for (const auto &move : moves) {
-        const int to = move.to;
+        const Target target = move.target;
         connect(add(move.name, move.english, move.portuguese), &QAction::triggered, this,
-                [this, row, to] { emit moveRequested(row, to); });
+                [this, symbol, target] {
+                    const int from = findMarketRow(symbol);
+                    if (from < 0)
+                        return;
+                    const int to = target == Target::Up     ? from - 1
+                                   : target == Target::Down ? from + 1
+                                   : target == Target::Top  ? 0
+                                                            : rowCount() - 1;
+                    emit moveRequested(from, to);
+                });
     }
     menu->addSeparator();
     connect(add("removeSymbol", QStringLiteral("Remove symbol"), QStringLiteral("Remover símbolo")),
-            &QAction::triggered, this, [this, row] { emit removeRequested(row); });
+            &QAction::triggered, this, [this, symbol] {
+                const int current = findMarketRow(symbol);
+                if (current >= 0)
+                    emit removeRequested(current);
+            });
     return menu;
 }

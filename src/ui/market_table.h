@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QHash>
+#include <QPersistentModelIndex>
 #include <QSet>
 #include <QTableWidget>
 
@@ -46,6 +48,8 @@ public:
 
     // The menus, built on demand; the caller shows them and they delete themselves when closed.
     QMenu *createHeaderMenu();
+    // The row menu acts on the symbol of `row`, wherever sorting has moved it by the time an entry
+    // is chosen; once the symbol is gone its entries do nothing.
     QMenu *createRowMenu(int row);
 
 signals:
@@ -64,6 +68,7 @@ private:
     void applyHiddenColumns();
 
     QSet<int> m_hiddenColumns;
+    mutable QHash<QString, QPersistentModelIndex> m_rowIndex; // symbol -> its column-0 cell
     int m_smaPeriod = 20;
     int m_emaPeriod = 20;
 };

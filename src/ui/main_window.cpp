@@ -22,6 +22,7 @@
 #include <QScreen>
 #include <QShortcut>
 #include <QSplitter>
+#include <QStatusBar>
 #include <QTabWidget>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -523,7 +524,7 @@ void MainWindow::connectSignals()
                             QStringLiteral("A coluna Símbolo não pode ser ocultada")));
     });
     connect(m_chartToolButtons.value(QStringLiteral("reset")), &QPushButton::clicked, this,
-            [this] { showStatusMessage(QStringLiteral("Chart zoom reset")); });
+            [this] { statusBar()->showMessage(QStringLiteral("Chart zoom reset")); });
 
     connect(m_logoutAction, &QAction::triggered, this, &MainWindow::logout);
     connect(m_saveWorkspaceAction, &QAction::triggered, this, &MainWindow::saveWorkspaceSnapshot);

@@ -19,6 +19,7 @@ void MainWindow::setLanguage(const QString &code)
     if (!setInterfaceLanguage(code))
         return;
     retranslateUi();
+    refreshNews(); // headlines are asked for in the interface language
     saveLocalSettings();
     logEvent(translated(QStringLiteral("Language changed"), QStringLiteral("Idioma alterado")));
 }

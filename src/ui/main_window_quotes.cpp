@@ -71,5 +71,6 @@ void MainWindow::refreshFxTicker()
 
 void MainWindow::showStatusMessage(const QString &text)
 {
-    statusBar()->showMessage(text);
+    // Failures of the quote providers are worth keeping: the next status replaces the status bar.
+    logEvent(text);
 }

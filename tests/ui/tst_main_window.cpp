@@ -11,6 +11,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenuBar>
+#include <QPlainTextEdit>
 #include <QStatusBar>
 #include <QTest>
 
@@ -29,7 +30,7 @@ private slots:
     void confirmingAnEntryUsesTheNormalisedSymbol();
     void typingSearchesOnlineOnceTypingStops();
     void placeholderFollowsTheLanguage();
-    void quoteFailuresReachTheStatusBar();
+    void quoteFailuresReachTheEventConsole();
 
 private:
     // Whatever the window asks the market for lands here, never on the internet.
@@ -249,7 +250,7 @@ void MainWindowTest::placeholderFollowsTheLanguage()
     QCOMPARE(interfaceLanguage(), QStringLiteral("en"));
 }
 
-void MainWindowTest::quoteFailuresReachTheStatusBar()
+void MainWindowTest::quoteFailuresReachTheEventConsole()
 {
     IsolatedFolders folders;
     folders.writeFile(folders.expectedConfigFolder() + "/config.txt",
@@ -268,9 +269,14 @@ void MainWindowTest::quoteFailuresReachTheStatusBar()
     auto *search = window.findChild<QLineEdit *>(QStringLiteral("tickerSearch"));
     search->setText(QStringLiteral("aapl"));
     QTest::keyClick(search, Qt::Key_Return);
-    QTRY_COMPARE(window.statusBar()->currentMessage(),
-                 QString("All quote providers failed for AAPL: finnhub: HTTP 429 rate limit [rate "
-                         "limited] | yahoo_us: HTTP 404"));
+    const QString failure("All quote providers failed for AAPL: finnhub: HTTP 429 rate limit [rate "
+                          "limited] | yahoo_us: HTTP 404");
+    QTRY_COMPARE(window.statusBar()->currentMessage(), failure);
+    // The event console keeps both failures after the status bar has moved on.
+    const QString events =
+            window.findChild<QPlainTextEdit *>(QStringLiteral("eventConsole"))->toPlainText();
+    QVERIFY(events.contains(QStringLiteral("] Forex quote failed for BRL=X")));
+    QVERIFY(events.contains(QStringLiteral("] ") + failure));
     const QList<RecordedRequest> requests = m_provider.requests();
     const auto finnhub = std::find_if(requests.cbegin(), requests.cend(), [](const auto &request) {
         return request.path == "/api/v1/quote";

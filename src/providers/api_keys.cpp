@@ -47,12 +47,12 @@ constexpr ApiKeyEntry kCatalogue[] = {
          "Substituição opcional de ", true},
         {"querlin_news_token", "Querlin News Token",
          "Optional bearer token for Querlin news endpoint",
-         "Token bearer opcional para as notícias Querlin", false},
+         "Token bearer opcional para as notícias Querlin", false, "Token de notícias Querlin"},
         {"newsapi_api_key", "NewsAPI", "News panel", "Painel de notícias", false},
         {"binance_api_key", "Binance API Key", "Optional account/private endpoints",
-         "Endpoints opcionais de conta/privados", false},
+         "Endpoints opcionais de conta/privados", false, "Chave de API da Binance"},
         {"binance_api_secret", "Binance API Secret", "Optional account/private endpoints",
-         "Endpoints opcionais de conta/privados", false},
+         "Endpoints opcionais de conta/privados", false, "Segredo de API da Binance"},
 };
 
 bool isDedicated(const QString &name)
@@ -91,6 +91,12 @@ QString ApiKeyEntry::description() const
 {
     const QString text = translated(QString::fromUtf8(english), QString::fromUtf8(portuguese));
     return endsWithNewsFeed ? text + kHouseNewsFeed : text;
+}
+
+QString ApiKeyEntry::displayLabel() const
+{
+    const QString english = QString::fromUtf8(label);
+    return portugueseLabel ? translated(english, QString::fromUtf8(portugueseLabel)) : english;
 }
 
 std::span<const ApiKeyEntry> apiKeyCatalogue()

@@ -15,8 +15,10 @@ struct ApiKeyEntry
     const char *english;
     const char *portuguese;
     bool endsWithNewsFeed; // the description names the default news address after the text
+    const char *portugueseLabel = nullptr; // when the label is more than a product name
 
-    QString description() const; // in the interface language
+    QString description() const;  // in the interface language
+    QString displayLabel() const; // in the interface language
 };
 
 // Every key the terminal knows, in the order the key file and the API Keys dialog list them.

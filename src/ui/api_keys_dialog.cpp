@@ -81,7 +81,7 @@ ApiKeysDialog::ApiKeysDialog(const ApiKeyStore &keys, QWidget *parent)
         const QString description = entry.description();
         QLineEdit *field =
                 createField(entry.name, description, keys.apiKey(QString::fromLatin1(entry.name)));
-        auto *label = new QLabel(QString::fromUtf8(entry.label), form);
+        auto *label = new QLabel(entry.displayLabel(), form);
         label->setBuddy(field);
         label->setToolTip(description);
         formLayout->addRow(label, field);

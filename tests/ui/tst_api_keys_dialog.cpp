@@ -71,7 +71,7 @@ void ApiKeysDialogTest::oneMaskedRowPerCatalogueKey()
         const auto *edit =
                 qobject_cast<QLineEdit *>(form->itemAt(row, QFormLayout::FieldRole)->widget());
         QVERIFY(label && edit);
-        QCOMPARE(label->text(), QString::fromUtf8(entry.label));
+        QCOMPARE(label->text(), entry.displayLabel());
         QCOMPARE(edit->objectName(), QString::fromLatin1(entry.name));
         QCOMPARE(edit->echoMode(), QLineEdit::Password);
         QVERIFY(edit->isClearButtonEnabled());
@@ -89,18 +89,23 @@ void ApiKeysDialogTest::textsAndEyeFollowLanguage_data()
     QTest::addColumn<QString>("save");
     QTest::addColumn<QString>("show");
     QTest::addColumn<QString>("hide");
+    QTest::addColumn<QStringList>("labels"); // Binance key, Binance secret, news token, BrAPI
     QTest::newRow("en") << "en"
                         << "API Keys"
                         << "Local keys are saved in the user config folder."
                         << "Optional override for " + kHouseNewsFeed << "Save"
                         << "Show key"
-                        << "Hide key";
+                        << "Hide key"
+                        << QStringList{"Binance API Key", "Binance API Secret",
+                                       "Querlin News Token", "BrAPI"};
     QTest::newRow("pt_BR") << "pt_BR"
                            << "Chaves de API"
                            << "As chaves locais são salvas"
                            << "Substituição opcional de " + kHouseNewsFeed << "Salvar"
                            << "Mostrar chave"
-                           << "Ocultar chave";
+                           << "Ocultar chave"
+                           << QStringList{"Chave de API da Binance", "Segredo de API da Binance",
+                                          "Token de notícias Querlin", "BrAPI"};
 }
 
 void ApiKeysDialogTest::textsAndEyeFollowLanguage()
@@ -112,6 +117,7 @@ void ApiKeysDialogTest::textsAndEyeFollowLanguage()
     QFETCH(QString, save);
     QFETCH(QString, show);
     QFETCH(QString, hide);
+    QFETCH(QStringList, labels);
     setInterfaceLanguage(language);
 
     ApiKeyStore keys;
@@ -126,6 +132,15 @@ void ApiKeysDialogTest::textsAndEyeFollowLanguage()
     QCOMPARE(field(dialog, QStringLiteral("querlin_news_endpoint"))->placeholderText(),
              newsDescription);
     QCOMPARE(dialog.findChild<QDialogButtonBox *>()->button(QDialogButtonBox::Save)->text(), save);
+    QStringList shown;
+    for (const char *name :
+         {"binance_api_key", "binance_api_secret", "querlin_news_token", "brapi_token"}) {
+        for (const QLabel *label : dialog.findChildren<QLabel *>()) {
+            if (label->buddy() == field(dialog, QString::fromLatin1(name)))
+                shown << label->text();
+        }
+    }
+    QCOMPARE(shown, labels);
 
     QLineEdit *edit = field(dialog, QStringLiteral("itick_api_key"));
     QToolButton *eye = eyeButton(edit);

@@ -1,0 +1,224 @@
+#include "streams/binance_frames.h"
+
+#include "app/endpoints.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QJsonValue>
+#include <QSet>
+
+#include <cmath>
+
+namespace {
+
+// Binance sends prices and quantities as decimal strings; a number is taken as well. Anything
+// else, and any text that does not give a finite number ("NaN", "inf", "1e999"), is NaN.
+double decimalOf(const QJsonValue &value)
+{
+    double number = qQNaN();
+    if (value.isDouble()) {
+        number = value.toDouble();
+    } else if (value.isString()) {
+        bool ok = false;
+        number = value.toString().toDouble(&ok);
+        if (!ok)
+            return qQNaN();
+    }
+    return std::isfinite(number) ? number : qQNaN();
+}
+
+// Epoch milliseconds arrive as integers; a double is truncated, anything else is 0.
+qint64 millisecondsOf(const QJsonValue &value)
+{
+    if (!value.isDouble())
+        return 0;
+    const double number = value.toDouble();
+    // Inside the range of qint64 with a margin, so the conversion is defined.
+    if (!std::isfinite(number) || std::abs(number) > 9.0e18)
+        return 0;
+    return value.toInteger(qint64(number));
+}
+
+bool isUsablePrice(double price)
+{
+    return std::isfinite(price) && price > 0;
+}
+
+QJsonObject objectOf(const QByteArray &body)
+{
+    const QJsonDocument document = QJsonDocument::fromJson(body);
+    return document.isObject() ? document.object() : QJsonObject();
+}
+
+// The envelope's symbol, or empty when the envelope carries no `data` object.
+QString envelopeSymbol(const QJsonObject &envelope)
+{
+    const QJsonValue data = envelope.value(QLatin1String("data"));
+    if (!data.isObject())
+        return {};
+    const QJsonValue inside = data.toObject().value(QLatin1String("s"));
+    if (inside.isString() && !inside.toString().isEmpty())
+        return inside.toString();
+    const QJsonValue stream = envelope.value(QLatin1String("stream"));
+    if (!stream.isString())
+        return {};
+    const QString name = stream.toString();
+    return name.left(name.indexOf(QLatin1Char('@'))).toUpper();
+}
+
+QList<DepthLevel> levelsOf(const QJsonValue &value)
+{
+    QList<DepthLevel> levels;
+    const QJsonArray array = value.toArray();
+    const qsizetype count = std::min<qsizetype>(array.size(), kMaxDepthLevelsRead);
+    levels.reserve(count);
+    for (qsizetype i = 0; i < count; ++i) {
+        DepthLevel level;
+        const QJsonValue entry = array.at(i);
+        if (entry.isArray()) {
+            const QJsonArray pair = entry.toArray();
+            if (!pair.isEmpty())
+                level.price = decimalOf(pair.at(0));
+            if (pair.size() >= 2) {
+                level.quantity = decimalOf(pair.at(1));
+                level.complete = true;
+            }
+        }
+        levels.append(level);
+    }
+    return levels;
+}
+
+// The full key when it holds levels, else the short one (diff and futures depth use `b`/`a`).
+QList<DepthLevel> sideOf(const QJsonObject &data, QLatin1String fullKey, QLatin1String shortKey)
+{
+    const QJsonValue full = data.value(fullKey);
+    if (full.isArray() && !full.toArray().isEmpty())
+        return levelsOf(full);
+    return levelsOf(data.value(shortKey));
+}
+
+QUrl streamUrl(const QStringList &streamNames)
+{
+    if (streamNames.isEmpty())
+        return {};
+    return endpointUrl(Endpoint::BinanceStream,
+                       QStringLiteral("/stream?streams=") + streamNames.join(QLatin1Char('/')));
+}
+
+} // namespace
+
+QString binanceTickerStreamName(const QString &symbol)
+{
+    return symbol.toLower() + QStringLiteral("@ticker");
+}
+
+QUrl binanceTickerStreamUrl(const QStringList &symbols)
+{
+    QStringList names;
+    names.reserve(symbols.size());
+    for (const QString &symbol : symbols) {
+        if (!symbol.trimmed().isEmpty())
+            names.append(binanceTickerStreamName(symbol));
+    }
+    return streamUrl(names);
+}
+
+QUrl binanceDepthStreamUrl(const QString &symbol)
+{
+    if (symbol.trimmed().isEmpty())
+        return {};
+    return streamUrl({symbol.toLower() + QStringLiteral("@depth20@100ms")});
+}
+
+QUrl binanceTradeStreamUrl(const QString &symbol)
+{
+    if (symbol.trimmed().isEmpty())
+        return {};
+    return streamUrl({symbol.toLower() + QStringLiteral("@trade")});
+}
+
+QString binanceFrameSymbol(const QByteArray &frame)
+{
+    return envelopeSymbol(objectOf(frame));
+}
+
+std::optional<TickerFrame> readTickerFrame(const QByteArray &frame)
+{
+    const QJsonObject envelope = objectOf(frame);
+    TickerFrame ticker;
+    ticker.symbol = envelopeSymbol(envelope);
+    if (ticker.symbol.isEmpty())
+        return std::nullopt;
+    const QJsonObject data = envelope.value(QLatin1String("data")).toObject();
+    // Lower and upper case name different fields: `c` last price, `C` close time; `P` percent, `p`
+    // absolute change.
+    ticker.price = decimalOf(data.value(QLatin1String("c")));
+    if (!isUsablePrice(ticker.price))
+        return std::nullopt;
+    ticker.changePercent = decimalOf(data.value(QLatin1String("P")));
+    return ticker;
+}
+
+std::optional<TradeFrame> readTradeFrame(const QByteArray &frame)
+{
+    const QJsonObject envelope = objectOf(frame);
+    TradeFrame trade;
+    trade.symbol = envelopeSymbol(envelope);
+    if (trade.symbol.isEmpty())
+        return std::nullopt;
+    const QJsonObject data = envelope.value(QLatin1String("data")).toObject();
+    trade.price = decimalOf(data.value(QLatin1String("p")));
+    if (!isUsablePrice(trade.price))
+        return std::nullopt;
+    trade.quantity = decimalOf(data.value(QLatin1String("q")));
+    trade.timeMs = millisecondsOf(data.value(QLatin1String("T")));
+    trade.buyerIsMaker = data.value(QLatin1String("m")).toBool(false);
+    return trade;
+}
+
+std::optional<DepthFrame> readDepthFrame(const QByteArray &frame)
+{
+    const QJsonObject envelope = objectOf(frame);
+    DepthFrame depth;
+    depth.symbol = envelopeSymbol(envelope);
+    if (depth.symbol.isEmpty())
+        return std::nullopt;
+    const QJsonObject data = envelope.value(QLatin1String("data")).toObject();
+    depth.sides.asks = sideOf(data, QLatin1String("asks"), QLatin1String("a"));
+    depth.sides.bids = sideOf(data, QLatin1String("bids"), QLatin1String("b"));
+    return depth;
+}
+
+DepthSides readDepthSnapshot(const QByteArray &body)
+{
+    const QJsonObject snapshot = objectOf(body);
+    DepthSides sides;
+    sides.asks = levelsOf(snapshot.value(QLatin1String("asks")));
+    sides.bids = levelsOf(snapshot.value(QLatin1String("bids")));
+    return sides;
+}
+
+CryptoUniverse readCryptoUniverse(const QByteArray &body)
+{
+    CryptoUniverse universe;
+    QSet<QString> seenBases;
+    const QJsonArray symbols = objectOf(body).value(QLatin1String("symbols")).toArray();
+    for (const QJsonValue &entry : symbols) {
+        const QJsonObject info = entry.toObject();
+        if (info.value(QLatin1String("status")).toString() != QLatin1String("TRADING") ||
+            info.value(QLatin1String("quoteAsset")).toString() != QLatin1String("USDT"))
+            continue;
+        const QString pair = info.value(QLatin1String("symbol")).toString();
+        if (pair.isEmpty())
+            continue;
+        universe.pairs.append(pair);
+        const QString base = info.value(QLatin1String("baseAsset")).toString();
+        if (!base.isEmpty() && !seenBases.contains(base)) {
+            seenBases.insert(base);
+            universe.baseAssets.append(base);
+        }
+    }
+    return universe;
+}

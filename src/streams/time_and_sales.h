@@ -47,7 +47,8 @@ struct TapeFilter
 // A trade print: side label of buy or sell and its colour, time from epoch milliseconds (local).
 TapeRow tradeTapeRow(double price, double quantity, qint64 timeMs, bool buyerIsMaker);
 // A quote print for a non-crypto tape: colour by change (unknown change in "#f2c078"), side text
-// "Quote  <note> <extra>..." with empty and "--" extras left out, the current local time, no size.
+// "Quote  <note> <extra>..." with empty and "--" extras left out, `time` as given (the caller's
+// local clock), no size.
 TapeRow quoteTapeRow(double price, double changePercent, const QString &note,
                      const QStringList &extraNotes, const QString &time);
 

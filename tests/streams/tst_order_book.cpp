@@ -60,7 +60,6 @@ private slots:
     void aggregationBucketsTheFirstTenLevels();
     void tilesShowTheBook_data();
     void tilesShowTheBook();
-    void tileStyleFollowsTheTheme();
     void presetStepIsANiceNumber_data();
     void presetStepIsANiceNumber();
     void stepSuffixAndTitles();
@@ -188,18 +187,6 @@ void OrderBookTest::tilesShowTheBook()
     QCOMPARE(tileTexts(metricTiles(depthMetrics({bids, asks}))), tiles);
     if (bids.isEmpty() && asks.isEmpty())
         QCOMPARE(tileTexts(emptyMetricTiles()), tiles);
-}
-
-void OrderBookTest::tileStyleFollowsTheTheme()
-{
-    QCOMPARE(metricTileStyle("qrl_light", "#1a1a1a"),
-             "QLabel#bookMetric {background:#ffffff;border:1px solid #d8e5f2;color:#1a1a1a;"
-             "padding:3px;}");
-    QCOMPARE(metricTileStyle("qrl_dark", "#20c878"),
-             "QLabel#bookMetric {background:#1a140d;border:1px solid #3d3530;color:#20c878;"
-             "padding:3px;}");
-    QCOMPARE(spreadTileThemeColor("qrl_light"), "#1a1a1a");
-    QCOMPARE(spreadTileThemeColor("anything"), "#d8e6e3");
 }
 
 void OrderBookTest::presetStepIsANiceNumber_data()

@@ -174,6 +174,15 @@ WorkspaceValues readWorkspaceValues(const QJsonObject &document, const QStringLi
             document.value(QStringLiteral("left_splitter_sizes")), kLeftSplitterPanes);
     values.workspaceSplitterSizes = readSplitterSizes(
             document.value(QStringLiteral("workspace_splitter_sizes")), kWorkspaceSplitterPanes);
+    // A step is a price distance: finite, not negative, and no larger than any price it buckets.
+    constexpr double kLargestBookStep = 1e7;
+    const QJsonValue step = document.value(QStringLiteral("book_step"));
+    if (step.isDouble() && std::isfinite(step.toDouble()) && step.toDouble() >= 0 &&
+        step.toDouble() <= kLargestBookStep)
+        values.bookStep = step.toDouble();
+    values.bookPreset = acceptedText(document.value(QStringLiteral("book_preset")),
+                                     {QStringLiteral("raw"), QStringLiteral("tight"),
+                                      QStringLiteral("normal"), QStringLiteral("wide")});
     return values;
 }
 
@@ -199,6 +208,8 @@ QJsonObject workspaceValuesToJson(const WorkspaceValues &values)
              shortcutOverridesToJson(values.shortcuts.value_or(ShortcutOverrides()))},
             {QStringLiteral("left_splitter_sizes"), sizes(values.leftSplitterSizes)},
             {QStringLiteral("workspace_splitter_sizes"), sizes(values.workspaceSplitterSizes)},
+            {QStringLiteral("book_step"), values.bookStep.value_or(0.0)},
+            {QStringLiteral("book_preset"), values.bookPreset.value_or(QString())},
     };
 }
 

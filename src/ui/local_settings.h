@@ -42,6 +42,8 @@ struct WorkspaceValues
     std::optional<ShortcutOverrides> shortcuts;
     QList<int> leftSplitterSizes;      // market table, chart, console
     QList<int> workspaceSplitterSizes; // left column, side tabs
+    std::optional<double> bookStep;    // the order book's price step, 0 for raw levels
+    std::optional<QString> bookPreset; // raw, tight, normal or wide
 };
 
 // `timeframes` are the entries the chart's timeframe selector offers, matched case-sensitively.

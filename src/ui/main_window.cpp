@@ -5,9 +5,11 @@
 #include "app/startup_log.h"
 #include "chart/timeframe.h"
 #include "ui/bilingual.h"
+#include "ui/book_panel.h"
 #include "ui/layout_presets.h"
 #include "ui/market_table.h"
 #include "ui/quote_details.h"
+#include "ui/tape_panel.h"
 
 #include <QAction>
 #include <QActionGroup>
@@ -75,6 +77,7 @@ MainWindow::MainWindow(QWidget *parent)
         resize(1400, 900);
     m_theme = QStringLiteral("coffee_dark");
     createTimers();
+    createStreams();
 
     milestone("before menu setup");
     setupMenus();
@@ -115,9 +118,7 @@ MainWindow::MainWindow(QWidget *parent)
     milestone("chart toolbar partially created");
     m_chartPanel = createChartPanel();
     milestone("chart panel created");
-    m_bookPanel = createPanelPlaceholder(QStringLiteral("bookPanel"), "ORDER BOOK",
-                                         "LIVRO DE OFERTAS", "No depth for the selected symbol yet",
-                                         "Ainda sem profundidade para o ativo selecionado");
+    m_book = new BookPanel(root);
     milestone("book panel created");
     m_moversPanel = createPanelPlaceholder(QStringLiteral("moversPanel"), "MARKET MOVERS",
                                            "DESTAQUES DO MERCADO", "No movers yet",
@@ -135,9 +136,7 @@ MainWindow::MainWindow(QWidget *parent)
             createPanelPlaceholder(QStringLiteral("portfolioPanel"), "PORTFOLIO / P&L",
                                    "CARTEIRA / P&L", "No positions yet", "Nenhuma posição ainda");
     milestone("portfolio panel created");
-    m_tapePanel =
-            createPanelPlaceholder(QStringLiteral("tapePanel"), "TIME & SALES", "TEMPOS E NEGÓCIOS",
-                                   "No trades yet", "Nenhum negócio ainda");
+    m_tape = new TapePanel(root);
     milestone("tape panel created");
 
     m_historyPanel = createPanelPlaceholder(QStringLiteral("historyPanel"), "ALERT HISTORY",
@@ -153,9 +152,12 @@ MainWindow::MainWindow(QWidget *parent)
         const char *english;
         const char *portuguese;
     } tabs[] = {
-            {m_moversPanel, "Movers", "Destaques"},   {m_screenerPanel, "Screener", "Rastreador"},
-            {m_newsPanel, "News", "Notícias"},        {m_portfolioPanel, "Portfolio", "Carteira"},
-            {m_bookPanel, "Book", "Livro"},           {m_tapePanel, "Tape", "Negócios"},
+            {m_moversPanel, "Movers", "Destaques"},
+            {m_screenerPanel, "Screener", "Rastreador"},
+            {m_newsPanel, "News", "Notícias"},
+            {m_portfolioPanel, "Portfolio", "Carteira"},
+            {m_book, "Book", "Livro"},
+            {m_tape, "Tape", "Negócios"},
             {m_historyPanel, "History", "Histórico"},
     };
     for (const auto &tab : tabs) {
@@ -186,6 +188,14 @@ MainWindow::MainWindow(QWidget *parent)
     milestone("before signal connects");
     setupQuoteRouting();
     connectSignals();
+    connectStreams();
+    connect(m_book, &BookPanel::presetClicked, this, &MainWindow::applyBookPreset);
+    connect(m_book, &BookPanel::stepEdited, this, [this] {
+        // A step typed by hand is nobody's preset until it matches one.
+        refreshPresetButtons();
+        m_savedBookPreset = m_book->activePreset();
+        scheduleSettingsSave();
+    });
 
     milestone("before loadConfig");
     loadConfig();

@@ -5,6 +5,8 @@
 #include "market/universe.h"
 #include "providers/api_keys.h"
 #include "providers/quote_router.h"
+#include "streams/order_book.h"
+#include "streams/time_and_sales.h"
 #include "ui/local_settings.h"
 #include "ui/shortcuts.h"
 
@@ -12,6 +14,7 @@
 #include <QMainWindow>
 #include <QSet>
 
+class BookPanel;
 class MarketTable;
 class QAction;
 class QActionGroup;
@@ -28,6 +31,9 @@ class QSplitter;
 class QStringListModel;
 class QTabWidget;
 class QTimer;
+class QWebSocket;
+struct ProviderReply;
+class TapePanel;
 class QuoteHeader;
 class QuoteLog;
 
@@ -111,6 +117,45 @@ public:
     static QString fxTickerSymbol() { return QStringLiteral("BRL=X"); }
     void startMarketData();
 
+    // Binance streams: the ticker of every crypto row, depth and trades of the selected pair.
+    void rebuildTickerStream();
+    void switchBookSymbol();
+    void switchTapeSymbol(const QString &symbol);
+    void requestCryptoUniverse();
+    void loadCryptoUniverse(const ProviderReply &reply);
+    QWebSocket *tickerSocket() const { return m_tickerSocket; }
+    QWebSocket *depthSocket() const { return m_depthSocket; }
+    QWebSocket *tradeSocket() const { return m_tradeSocket; }
+    QString bookSymbol() const { return m_bookSymbol; }
+    QString tapeSymbol() const { return m_tapeSymbol; }
+    bool isDepthPending() const { return m_depthPending; }
+    bool isDepthValid() const { return m_depthValid; }
+    const QStringList &cryptoBaseAssets() const { return m_cryptoBaseAssets; }
+    // Bars made from the ticker stream, per symbol, oldest first.
+    const QHash<QString, QList<Candle>> &localPriceSeries() const { return m_localPriceSeries; }
+
+    // The order book panel.
+    BookPanel *bookPanel() const { return m_book; }
+    void resetBook(const QString &title);
+    void showDepth(const DepthSides &sides, bool fromSnapshot);
+    void requestDepthSnapshot(const QString &symbol);
+    void showLevel2Depth(const Level2Book &book, const QString &title);
+    void showQuoteStatsFallback(const QString &symbol);
+    void showSnapshotFallback(const QString &symbol, double last, double close,
+                              const QString &title);
+    void showB3Notice(const QString &symbol);
+    void showUsLevel1Fallback(const QString &symbol, const QString &reason);
+    double stepOfPreset(const QString &presetId) const;
+    QString stepSuffix() const;
+    void refreshPresetButtons();
+    QString savedBookPreset() const { return m_savedBookPreset; }
+
+    // The time-and-sales tape.
+    TapePanel *tapePanel() const { return m_tape; }
+    void addTapeRow(const TapeRow &row);
+    void addQuoteTapeRow(const QString &symbol, double price, double changePercent,
+                         const QString &note, const QStringList &extraNotes = {});
+
 protected:
     void closeEvent(QCloseEvent *event) override;
 
@@ -158,12 +203,35 @@ private:
     void refreshAlertHistoryTable();
     void restoreSession();
 
+    void createStreams();
+    void connectStreams();
+    void onTickerConnected();
+    void onTickerDisconnected();
+    void onTickerFrame(const QString &text);
+    void onDepthConnected();
+    void onDepthDisconnected();
+    void onDepthFrame(const QString &text);
+    void onTradeConnected();
+    void onTradeDisconnected();
+    void onTradeFrame(const QString &text);
+    void recordLocalPrice(const QString &symbol, double price);
+    QStringList cryptoRowSymbols() const;
+    void setCryptoRowsStatus(const QString &status);
+    void refreshCryptoRowsOverRest();
+    void startItick(const QString &symbol);
+    // The QUOTE and STATS tables and the metrics of a symbol's watchlist row.
+    void fillQuoteStatsTables(const QString &symbol);
+    void applySavedBookPreset();
+    void setBookStep(double step);
+    void setBookTitle(const QString &title);
+    void setTapeTitle(const QString &title);
+
     // How quotes reach the window.
     void updateMarketRow(const QuoteSnapshot &quote, const QString &provider,
                          const QString &latency, const QString &status) override;
     void setMarketRowStatus(const QString &symbol, const QString &status) override;
     void showStatusMessage(const QString &text) override;
-    bool isBinanceStreamConnected() const override { return false; }
+    bool isBinanceStreamConnected() const override;
     QString chartTimeframe() const override { return m_chartTimeframe; }
 
     SymbolUniverse m_universe;
@@ -183,6 +251,20 @@ private:
     QTimer *m_itickPingTimer = nullptr;
     QTimer *m_itickDepthTimer = nullptr;
     QTimer *m_itickReconnectTimer = nullptr;
+    QWebSocket *m_tickerSocket = nullptr;
+    QWebSocket *m_depthSocket = nullptr;
+    QWebSocket *m_tradeSocket = nullptr;
+    QString m_bookSymbol;
+    bool m_depthPending = false;
+    bool m_depthValid = false;
+    QString m_tapeSymbol;
+    bool m_tapeLive = false;
+    QStringList m_cryptoBaseAssets;
+    QHash<QString, QList<Candle>> m_localPriceSeries;
+    QString m_savedBookPreset;
+    // The saved preset was applied before the symbol had a price; the first depth gives one.
+    bool m_bookStepAwaitsPrice = false;
+    quint64 m_usLevel1Generation = 0;
     bool m_marketDataStarted = false;
     bool m_closeConfirmed = false;
     quint64 m_searchGeneration = 0;
@@ -227,11 +309,11 @@ private:
     QWidget *m_marketPanel = nullptr;
     QWidget *m_chartPanel = nullptr;
     QWidget *m_consolePane = nullptr;
-    QWidget *m_bookPanel = nullptr;
+    BookPanel *m_book = nullptr;
     QWidget *m_moversPanel = nullptr;
     QWidget *m_screenerPanel = nullptr;
     QWidget *m_newsPanel = nullptr;
     QWidget *m_portfolioPanel = nullptr;
-    QWidget *m_tapePanel = nullptr;
+    TapePanel *m_tape = nullptr;
     QWidget *m_historyPanel = nullptr;
 };

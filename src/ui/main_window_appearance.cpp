@@ -2,6 +2,7 @@
 #include "app/language.h"
 #include "market/market_row.h"
 #include "ui/bilingual.h"
+#include "ui/book_panel.h"
 #include "ui/main_window.h"
 #include "ui/market_table.h"
 #include "ui/shortcuts.h"
@@ -55,6 +56,7 @@ void MainWindow::updateThemedWidgets()
 {
     // The price chart and the movers mosaic paint their own colours and take the flag when they
     // arrive; the change cells keep their fixed gain and loss colours in both themes.
+    m_book->applyTheme(m_theme);
 }
 
 QKeySequence MainWindow::configuredShortcut(const QString &id) const
@@ -85,6 +87,7 @@ void MainWindow::applyConfiguredShortcuts()
     }
     for (QShortcut *shortcut : std::as_const(m_bookShortcuts))
         shortcut->setKey(configuredShortcut(shortcut->objectName()));
+    refreshPresetButtons(); // their tooltips name the keys
 }
 
 void MainWindow::showShortcutsDialog()

@@ -23,6 +23,7 @@ void MainWindow::startMarketData()
     if (m_marketDataStarted)
         return;
     m_marketDataStarted = true;
+    requestCryptoUniverse();
     // The first quote of every row, crypto included: the streams take over crypto rows later.
     for (const QString &symbol : m_marketTable->symbols())
         refreshQuote(symbol);
@@ -31,6 +32,8 @@ void MainWindow::startMarketData()
     // The ticker's pair is asked only when no row already asked for it.
     if (findMarketRow(fxTickerSymbol()) < 0)
         refreshFxTicker();
+    rebuildTickerStream();
+    switchBookSymbol();
     m_quoteTimer->start();
     m_watchlistTimer->start();
     m_newsTimer->start();
@@ -57,6 +60,11 @@ void MainWindow::refreshMarketQuotes()
         if (assetClassOf(symbol) != AssetClass::Crypto)
             refreshQuote(symbol);
     }
+    // A dropped ticker stream has no reconnect timer of its own: REST covers the crypto rows once
+    // and the stream is opened again here, every cycle, until it holds.
+    if (!isBinanceStreamConnected())
+        refreshCryptoRowsOverRest();
+    rebuildTickerStream();
 }
 
 void MainWindow::refreshWatchlistBatch()

@@ -3,6 +3,7 @@
 #include "app/language.h"
 #include "app/paths.h"
 #include "chart/timeframe.h"
+#include "ui/book_panel.h"
 #include "ui/main_window.h"
 #include "ui/market_table.h"
 
@@ -50,6 +51,9 @@ WorkspaceValues MainWindow::currentWorkspaceValues() const
     values.shortcuts = m_shortcutOverrides;
     values.leftSplitterSizes = splitterSizes(m_leftSplitter);
     values.workspaceSplitterSizes = splitterSizes(m_workspaceSplitter);
+    values.bookStep = m_book->step();
+    if (!m_savedBookPreset.isEmpty())
+        values.bookPreset = m_savedBookPreset;
     return values;
 }
 
@@ -77,6 +81,10 @@ void MainWindow::storeWorkspaceValues(const WorkspaceValues &values)
         setSplitterSizes(m_leftSplitter, values.leftSplitterSizes);
     if (!values.workspaceSplitterSizes.isEmpty())
         setSplitterSizes(m_workspaceSplitter, values.workspaceSplitterSizes);
+    if (values.bookStep)
+        m_book->setStep(*values.bookStep);
+    if (values.bookPreset)
+        m_savedBookPreset = *values.bookPreset;
 }
 
 void MainWindow::loadLocalSettings()

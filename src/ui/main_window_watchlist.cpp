@@ -90,6 +90,8 @@ void MainWindow::updateMarketRow(const QString &symbol, double price, double cha
     refreshMoversMosaic();
     refreshPortfolio();
 
+    if (symbol == m_tapeSymbol && !m_tapeLive)
+        addQuoteTapeRow(symbol, price, changePercent, source, {localizedStatusWord(status)});
     if (symbol == m_marketTable->selectedSymbol()) {
         updateChartLastCandle(symbol, price);
         const AssetClass assetClass = assetClassOf(symbol);
@@ -130,6 +132,8 @@ void MainWindow::addSymbolFromSearch()
     saveWatchlist();
     refreshMoversMosaic();
     refreshQuote(symbol);
+    if (assetClassOf(symbol) == AssetClass::Crypto)
+        rebuildTickerStream();
 }
 
 void MainWindow::loadWatchlist()
@@ -192,6 +196,7 @@ void MainWindow::removeSelectedSymbol()
     refreshPortfolio();
     selectionChanged();
     saveWatchlist();
+    rebuildTickerStream();
 }
 
 void MainWindow::selectionChanged()
@@ -208,11 +213,7 @@ void MainWindow::selectionChanged()
             bindText(m_chartArea, QStringLiteral("Waiting for market data"),
                      QStringLiteral("Aguardando dados de mercado"));
     }
-    if (symbol.isEmpty())
-        return;
-    const AssetClass assetClass = assetClassOf(symbol);
-    if (assetClass == AssetClass::UsEquity || assetClass == AssetClass::Forex)
-        refreshSymbolDetailsTable(symbol);
+    switchBookSymbol();
 }
 
 void MainWindow::applyColumnPreset(const QString &preset)
@@ -253,12 +254,4 @@ void MainWindow::refreshPortfolio() {}
 
 void MainWindow::updateChartLastCandle(const QString &, double) {}
 
-void MainWindow::refreshB3BookNotice(const QString &) {}
-
-void MainWindow::refreshSymbolDetailsTable(const QString &) {}
-
 void MainWindow::refreshWatchlistMovers() {}
-
-void MainWindow::applyBookPreset(const QString &) {}
-
-void MainWindow::forgetOrderFlowSymbol(const QString &) {}

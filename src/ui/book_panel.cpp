@@ -1,0 +1,384 @@
+#include "ui/book_panel.h"
+
+#include "app/language.h"
+#include "ui/screen_rate.h"
+
+#include <QDoubleSpinBox>
+#include <QEvent>
+#include <QFontDatabase>
+#include <QGridLayout>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QPushButton>
+#include <QTableWidget>
+#include <QVBoxLayout>
+
+#include <cmath>
+
+namespace {
+
+constexpr const char *kBidColor = "#20c878";
+constexpr const char *kAskColor = "#f45d5d";
+constexpr int kTileMinimumHeight = 38;
+constexpr int kTileMinimumWidth = 40;
+constexpr int kPresetButtonMinimumWidth = 36;
+constexpr double kMaximumStep = 1e7;
+
+QTableWidget *createBookTable(QWidget *parent, const char *name)
+{
+    auto *table = new QTableWidget(0, 3, parent);
+    table->setObjectName(QLatin1String(name));
+    table->verticalHeader()->setVisible(false);
+    table->verticalHeader()->setDefaultSectionSize(20);
+    table->horizontalHeader()->setStretchLastSection(true);
+    table->horizontalHeader()->setSectionResizeMode(QHeaderView::Stretch);
+    table->horizontalHeader()->setHighlightSections(false);
+    table->setSelectionMode(QAbstractItemView::NoSelection);
+    table->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    table->setFocusPolicy(Qt::NoFocus);
+    table->setAlternatingRowColors(true);
+    table->setWordWrap(false);
+    table->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    return table;
+}
+
+QList<DepthLevel> depthLevels(const QList<Level2Level> &levels)
+{
+    QList<DepthLevel> result;
+    result.reserve(levels.size());
+    for (const Level2Level &level : levels)
+        result.append({level.price, level.size, true});
+    return result;
+}
+
+QList<QStringList> tableRows(const QList<BookTableRow> &rows)
+{
+    QList<QStringList> result;
+    result.reserve(rows.size());
+    for (const BookTableRow &row : rows)
+        result.append({row.price, row.size, row.total});
+    return result;
+}
+
+QList<QStringList> tableRows(const QList<BookFallbackRow> &rows)
+{
+    QList<QStringList> result;
+    result.reserve(rows.size());
+    for (const BookFallbackRow &row : rows)
+        result.append({row.field, row.value, row.source});
+    return result;
+}
+
+} // namespace
+
+BookPanel::BookPanel(QWidget *parent)
+    : QWidget(parent)
+    , m_renderer(new FrameRenderer(this, [this] { drawLadder(); }))
+{
+    setObjectName(QStringLiteral("bookPanel"));
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(6, 4, 6, 6);
+    layout->setSpacing(4);
+
+    m_title = new QLabel(this);
+    m_title->setObjectName(QStringLiteral("panelTitle"));
+    m_title->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    m_title->setMinimumWidth(1); // a long title is cut, never widens the tab
+    layout->addWidget(m_title);
+
+    auto *tiles = new QHBoxLayout;
+    tiles->setSpacing(4);
+    QFont tileFont = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+    tileFont.setPointSize(9);
+    tileFont.setBold(true);
+    for (int i = 0; i < 4; ++i) {
+        auto *tile = new QLabel(this);
+        tile->setObjectName(QStringLiteral("bookMetric"));
+        tile->setAlignment(Qt::AlignCenter);
+        tile->setMinimumHeight(kTileMinimumHeight);
+        tile->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+        tile->setMinimumWidth(kTileMinimumWidth); // a narrow side pane shares the row evenly
+        tile->setFont(tileFont);
+        tiles->addWidget(tile);
+        m_tiles << tile;
+        m_tileColors << QString();
+    }
+    layout->addLayout(tiles);
+
+    auto *steps = new QHBoxLayout;
+    steps->setSpacing(4);
+    m_stepLabel = new QLabel(this);
+    m_stepLabel->setObjectName(QStringLiteral("subPanelTitle"));
+    steps->addWidget(m_stepLabel);
+    m_stepBox = new QDoubleSpinBox(this);
+    m_stepBox->setObjectName(QStringLiteral("bookStep"));
+    m_stepBox->setRange(0, kMaximumStep);
+    m_stepBox->setDecimals(8);
+    m_stepBox->setSingleStep(0.01);
+    m_stepBox->setAccelerated(true);
+    m_stepBox->setMinimumWidth(72);
+    steps->addWidget(m_stepBox, 1);
+    layout->addLayout(steps);
+    auto *presets = new QHBoxLayout;
+    presets->setSpacing(4);
+    for (const QString &id : bookPresetIds()) {
+        auto *button = new QPushButton(this);
+        button->setObjectName(QStringLiteral("bookPresetButton"));
+        button->setProperty("bookPreset", id);
+        button->setCheckable(true);
+        button->setFocusPolicy(Qt::NoFocus);
+        button->setMinimumWidth(kPresetButtonMinimumWidth);
+        button->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+        connect(button, &QPushButton::clicked, this, [this, id, button] {
+            // The check mark follows the step, not the click; the window re-checks.
+            button->setChecked(m_activePreset == id);
+            emit presetClicked(id);
+        });
+        presets->addWidget(button);
+        m_presetButtons << button;
+    }
+    layout->addLayout(presets);
+    connect(m_stepBox, &QDoubleSpinBox::valueChanged, this, [this](double value) {
+        if (m_hasLadder)
+            m_renderer->schedule(); // the same ladder, bucketed anew
+        if (m_stepBox->property("settingStep").toBool())
+            return;
+        emit stepEdited(value);
+    });
+
+    auto *tables = new QGridLayout;
+    tables->setHorizontalSpacing(6);
+    tables->setVerticalSpacing(2);
+    for (int i = 0; i < 2; ++i) {
+        m_tableTitles[i] = new QLabel(this);
+        m_tableTitles[i]->setObjectName(QStringLiteral("subPanelTitle"));
+        tables->addWidget(m_tableTitles[i], 0, i);
+        m_tables[i] = createBookTable(this, i == 0 ? "bookAskTable" : "bookBidTable");
+        tables->addWidget(m_tables[i], 1, i);
+    }
+    tables->setRowStretch(1, 1);
+    layout->addLayout(tables, 1);
+
+    reset(QString());
+    retranslate();
+    applyTheme(m_theme);
+}
+
+void BookPanel::setTitle(const QString &title)
+{
+    m_title->setText(title);
+    m_title->setToolTip(title);
+}
+
+QString BookPanel::title() const
+{
+    return m_title->text();
+}
+
+void BookPanel::reset(const QString &title)
+{
+    m_renderer->cancel();
+    m_hasLadder = false;
+    setTitle(title);
+    m_hasMetrics = false;
+    const QList<MetricTile> tiles = emptyMetricTiles();
+    for (int i = 0; i < tiles.size(); ++i)
+        setTile(i, tiles.at(i));
+    for (QTableWidget *table : m_tables)
+        table->setRowCount(0);
+}
+
+void BookPanel::showLadder(const DepthSides &sides, int sizeDecimals)
+{
+    setView(View::Depth);
+    m_pendingSides = sides;
+    m_pendingIsLevel2 = false;
+    m_pendingSizeDecimals = sizeDecimals;
+    m_hasLadder = true;
+    m_renderer->schedule();
+}
+
+void BookPanel::showLevel2(const Level2Book &book)
+{
+    setView(View::Depth);
+    m_pendingLevel2 = book;
+    m_pendingIsLevel2 = true;
+    m_pendingSizeDecimals = 4;
+    m_hasLadder = true;
+    m_renderer->schedule();
+}
+
+void BookPanel::drawLadder()
+{
+    if (!m_hasLadder || m_view != View::Depth)
+        return;
+    const double step = m_stepBox->value();
+    DepthSides sides;
+    BookMetrics metrics;
+    if (m_pendingIsLevel2) {
+        sides.bids = depthLevels(m_pendingLevel2.bids);
+        sides.asks = depthLevels(m_pendingLevel2.asks);
+        metrics.bestBid = m_pendingLevel2.bestBid();
+        metrics.bestAsk = m_pendingLevel2.bestAsk();
+        metrics.bidSum = m_pendingLevel2.bidSum();
+        metrics.askSum = m_pendingLevel2.askSum();
+    } else {
+        sides = m_pendingSides;
+        metrics = depthMetrics(sides);
+    }
+    setMetrics(metrics);
+    fillTable(m_tables[0],
+              tableRows(bookTableRows(aggregateSide(sides.asks, step, BookSide::Ask),
+                                      m_pendingSizeDecimals)),
+              QLatin1String(kAskColor));
+    fillTable(m_tables[1],
+              tableRows(bookTableRows(aggregateSide(sides.bids, step, BookSide::Bid),
+                                      m_pendingSizeDecimals)),
+              QLatin1String(kBidColor));
+}
+
+void BookPanel::flushPendingDraw()
+{
+    m_renderer->flush();
+}
+
+void BookPanel::showFallback(const QList<BookFallbackRow> &quoteRows,
+                             const QList<BookFallbackRow> &statsRows)
+{
+    m_renderer->cancel();
+    m_hasLadder = false;
+    setView(View::Fallback);
+    fillTable(m_tables[0], tableRows(quoteRows), QString());
+    fillTable(m_tables[1], tableRows(statsRows), QString());
+}
+
+void BookPanel::setMetrics(const BookMetrics &metrics)
+{
+    m_metrics = metrics;
+    m_hasMetrics = true;
+    const QList<MetricTile> tiles = metricTiles(metrics);
+    for (int i = 0; i < tiles.size(); ++i)
+        setTile(i, tiles.at(i));
+}
+
+void BookPanel::setTile(int index, const MetricTile &tile)
+{
+    QLabel *label = m_tiles.at(index);
+    label->setText(QStringLiteral("%1\n%2").arg(tile.name, tile.value));
+    // A style sheet re-polishes the label: only when the colour really changes.
+    if (m_tileColors.at(index) != tile.color) {
+        m_tileColors[index] = tile.color;
+        label->setStyleSheet(metricTileStyle(m_theme, tile.color));
+    }
+}
+
+void BookPanel::fillTable(QTableWidget *table, const QList<QStringList> &rows, const QString &color)
+{
+    // Cells are kept and rewritten: a ladder redrawn every frame creates no items.
+    table->setRowCount(int(rows.size()));
+    const QBrush brush = color.isEmpty() ? QBrush() : QBrush(QColor(color));
+    for (int row = 0; row < rows.size(); ++row) {
+        const QStringList &texts = rows.at(row);
+        for (int column = 0; column < 3; ++column) {
+            QTableWidgetItem *cell = table->item(row, column);
+            if (!cell) {
+                cell = new QTableWidgetItem;
+                cell->setTextAlignment(column == 0 && color.isEmpty()
+                                               ? Qt::AlignLeft | Qt::AlignVCenter
+                                               : Qt::AlignRight | Qt::AlignVCenter);
+                table->setItem(row, column, cell);
+            }
+            if (cell->text() != texts.value(column))
+                cell->setText(texts.value(column));
+            if (cell->foreground() != brush)
+                cell->setForeground(brush);
+        }
+    }
+}
+
+void BookPanel::setView(View view)
+{
+    if (m_view == view)
+        return;
+    m_view = view;
+    for (QTableWidget *table : m_tables) {
+        table->setRowCount(0); // cells of the other view keep no alignment of theirs
+        table->clearContents();
+    }
+    retranslate();
+}
+
+double BookPanel::step() const
+{
+    return m_stepBox->value();
+}
+
+void BookPanel::setStep(double step)
+{
+    m_stepBox->setProperty("settingStep", true);
+    m_stepBox->setValue(std::isfinite(step) ? qBound(0.0, step, kMaximumStep) : 0.0);
+    m_stepBox->setProperty("settingStep", false);
+}
+
+void BookPanel::refreshPresetButtons(const QHash<QString, double> &presetSteps,
+                                     const QHash<QString, QKeySequence> &keys)
+{
+    m_activePreset.clear();
+    for (QPushButton *button : m_presetButtons) {
+        const QString id = button->property("bookPreset").toString();
+        const bool checked = stepMatchesPreset(m_stepBox->value(), presetSteps.value(id));
+        button->setChecked(checked);
+        if (checked)
+            m_activePreset = id;
+        const QString label = bookPresetLabel(id);
+        button->setText(label);
+        button->setToolTip(QStringLiteral("%1 (%2)").arg(
+                label, keys.value(id).toString(QKeySequence::NativeText)));
+    }
+}
+
+void BookPanel::applyTheme(const QString &themeId)
+{
+    m_theme = themeId;
+    // Same colours, new surface; the spread tile takes the theme's text colour until the next
+    // metrics write.
+    for (int i = 0; i < m_tiles.size(); ++i) {
+        if (i == 2)
+            m_tileColors[i] = spreadTileThemeColor(themeId);
+        m_tiles.at(i)->setStyleSheet(metricTileStyle(themeId, m_tileColors.at(i)));
+    }
+}
+
+void BookPanel::retranslate()
+{
+    m_stepLabel->setText(translated(QStringLiteral("Step"), QStringLiteral("Passo")));
+    const bool depth = m_view == View::Depth;
+    m_tableTitles[0]->setText(
+            depth ? translated(QStringLiteral("ASK"), QStringLiteral("VENDA"))
+                  : translated(QStringLiteral("QUOTE"), QStringLiteral("COTAÇÃO")));
+    m_tableTitles[1]->setText(
+            depth ? translated(QStringLiteral("BID"), QStringLiteral("COMPRA"))
+                  : translated(QStringLiteral("STATS"), QStringLiteral("ESTATÍSTICAS")));
+    const QStringList headers =
+            depth ? QStringList{translated(QStringLiteral("Price"), QStringLiteral("Preço")),
+                                translated(QStringLiteral("Size"), QStringLiteral("Qtd.")),
+                                translated(QStringLiteral("Total"), QStringLiteral("Total"))}
+                  : QStringList{translated(QStringLiteral("Field"), QStringLiteral("Campo")),
+                                translated(QStringLiteral("Value"), QStringLiteral("Valor")),
+                                translated(QStringLiteral("Source"), QStringLiteral("Fonte"))};
+    for (QTableWidget *table : m_tables)
+        table->setHorizontalHeaderLabels(headers);
+    for (QPushButton *button : m_presetButtons)
+        button->setText(bookPresetLabel(button->property("bookPreset").toString()));
+    const QList<MetricTile> tiles = m_hasMetrics ? metricTiles(m_metrics) : emptyMetricTiles();
+    for (int i = 0; i < tiles.size(); ++i)
+        setTile(i, tiles.at(i));
+}
+
+void BookPanel::changeEvent(QEvent *event)
+{
+    if (event->type() == QEvent::LanguageChange)
+        retranslate();
+    QWidget::changeEvent(event);
+}

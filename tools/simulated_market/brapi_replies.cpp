@@ -93,55 +93,6 @@ QByteArray brapiResult(const MarketContext &market, const Instrument &instrument
     return result.toJson();
 }
 
-QByteArray binanceTicker(const MarketContext &market, const Instrument &instrument)
-{
-    const QString &symbol = instrument.symbol;
-    const int decimals = priceDecimals(instrument);
-    const DaySummary day = market.walk.day(symbol, market.step);
-    // Binance's 24 hours open at the price of exactly a day ago.
-    const double open = roundTo(day.previousClose, decimals);
-    const double previousClose = roundTo(market.walk.price(symbol, market.step - 86401), decimals);
-    const double last = roundTo(day.price, decimals);
-    const double high = roundTo(std::max({day.high, open, last}), decimals);
-    const double low = roundTo(std::min({day.low, open, last}), decimals);
-    // Quantities in the pair's lot size: whole coins for the cheap ones.
-    const int lotDecimals = last >= 1000.0 ? 5 : last >= 100.0 ? 3 : last >= 1.0 ? 2 : 0;
-    const double volume = roundTo(day.volume, lotDecimals);
-    const double average = roundTo((open + high + low + last) / 4.0, decimals);
-    const double tick = std::pow(10.0, -decimals);
-    const quint64 hash = mix64(textHash(symbol), quint64(market.step));
-    const auto quantity = [&](int salt) {
-        return roundTo(volume * 2e-6 * (0.2 + unitInterval(mix64(hash, salt))), lotDecimals);
-    };
-    const qint64 count = 100000 + qint64(mix64(textHash(symbol), 9) % 1900000);
-    const qint64 lastId = 3000000000LL + qint64(textHash(symbol) % 100000000) + market.step * 20;
-    const qint64 closeTime = market.now() * 1000;
-
-    return OrderedJson()
-            .text("symbol", symbol)
-            .fixed("priceChange", last - open, 8)
-            .fixed("priceChangePercent", open > 0.0 ? (last - open) / open * 100.0 : 0.0, 3)
-            .fixed("weightedAvgPrice", average, 8)
-            .fixed("prevClosePrice", previousClose, 8)
-            .fixed("lastPrice", last, 8)
-            .fixed("lastQty", quantity(1), 8)
-            .fixed("bidPrice", last - tick, 8)
-            .fixed("bidQty", quantity(2), 8)
-            .fixed("askPrice", last, 8)
-            .fixed("askQty", quantity(3), 8)
-            .fixed("openPrice", open, 8)
-            .fixed("highPrice", high, 8)
-            .fixed("lowPrice", low, 8)
-            .fixed("volume", volume, 8)
-            .fixed("quoteVolume", roundTo(volume * average, 8), 8)
-            .integer("openTime", closeTime - 86400000)
-            .integer("closeTime", closeTime)
-            .integer("firstId", lastId - count + 1)
-            .integer("lastId", lastId)
-            .integer("count", count)
-            .toJson();
-}
-
 } // namespace
 
 // GET /api/quote/<tickers>[?range=..&interval=..][&token=..]: several tickers may come joined
@@ -174,22 +125,4 @@ HttpResponse brapiQuoteReply(const MarketContext &market, const HttpRequest &req
                                                  qint64(mix64(quint64(market.step), 1) % 1000)))
                     .text("took", QStringLiteral("%1ms").arg(took))
                     .toJson());
-}
-
-// GET /api/v3/ticker/24hr?symbol=BTCUSDT; without a symbol, every pair in one array.
-HttpResponse binanceTickerReply(const MarketContext &market, const HttpRequest &request)
-{
-    const QString symbol = request.queryItem(QStringLiteral("symbol"));
-    if (symbol.isNull()) {
-        QList<QByteArray> tickers;
-        for (const Instrument &instrument : market.catalogue.instruments()) {
-            if (instrument.kind == InstrumentKind::Crypto)
-                tickers.append(binanceTicker(market, instrument));
-        }
-        return HttpResponse::json(json::array(tickers));
-    }
-    const Instrument *instrument = market.catalogue.fromBinance(symbol);
-    if (!instrument)
-        return HttpResponse::json(R"({"code":-1121,"msg":"Invalid symbol."})", 400);
-    return HttpResponse::json(binanceTicker(market, *instrument));
 }

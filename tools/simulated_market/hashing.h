@@ -43,3 +43,20 @@ inline constexpr double signedUnit(quint64 hash)
 {
     return 2.0 * unitInterval(hash) - 1.0;
 }
+
+inline constexpr qint64 floorDiv(qint64 value, qint64 divisor)
+{
+    const qint64 quotient = value / divisor;
+    return (value % divisor != 0 && value < 0) ? quotient - 1 : quotient;
+}
+
+// Smoothed value noise in [-1, 1]: seeded values at every multiple of `period`, eased in between.
+inline double smoothNoise(quint64 key, qint64 step, qint64 period)
+{
+    const qint64 knot = floorDiv(step, period);
+    const double t = double(step - knot * period) / double(period);
+    const double eased = t * t * (3.0 - 2.0 * t);
+    const double a = signedUnit(mix64(key, quint64(knot)));
+    const double b = signedUnit(mix64(key, quint64(knot + 1)));
+    return a + (b - a) * eased;
+}

@@ -24,15 +24,23 @@ int main(int argc, char *argv[])
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral(
             "Plays the market-data providers of Terminal Querlin on 127.0.0.1 with simulated "
-            "prices.\n\nPoint the terminal at it with QRL_ENDPOINT_*=http://127.0.0.1:<port>.\n"
-            "Providers: yahoo, brapi, binance, finnhub, twelvedata, fmp, alpha_vantage (or all).\n"
-            "Faults: none, 429, 5xx, limit, note, malformed, slow:<ms>, silent.\n"
+            "prices.\n\nPoint the terminal at it with QRL_ENDPOINT_*=http://127.0.0.1:<port>, and "
+            "QRL_ENDPOINT_BINANCE_STREAM=ws://127.0.0.1:<stream port> (Binance's combined "
+            "streams: /stream?streams=<pair>@ticker/<pair>@depth20@100ms/<pair>@trade).\n"
+            "Providers: yahoo, brapi, binance, finnhub, twelvedata, fmp, alpha_vantage, and "
+            "binance_ws for the streams (or all).\n"
+            "Faults: none, 429, 5xx, limit, note, malformed, slow:<ms>, silent; for binance_ws: "
+            "none, silent, close, garbage, short_depth.\n"
             "At run time: GET /__sim/fault?provider=<id>&kind=<fault>, GET /__sim/health."));
     parser.addHelpOption();
     const QCommandLineOption portOption(
             QStringLiteral("port"),
             QStringLiteral("Port to listen on, 8765 by default (0: any free one)."),
             QStringLiteral("N"), QStringLiteral("8765"));
+    const QCommandLineOption streamPortOption(
+            QStringLiteral("stream-port"),
+            QStringLiteral("Port of the Binance streams, 8766 by default (0: any free one)."),
+            QStringLiteral("N"), QStringLiteral("8766"));
     const QCommandLineOption seedOption(QStringLiteral("seed"),
                                         QStringLiteral("Seed of the price series, 42 by default."),
                                         QStringLiteral("N"), QStringLiteral("42"));
@@ -40,13 +48,16 @@ int main(int argc, char *argv[])
             QStringLiteral("fault"),
             QStringLiteral("Start with a provider misbehaving, e.g. finnhub=429 (repeatable)."),
             QStringLiteral("provider=kind"));
-    parser.addOptions({portOption, seedOption, faultOption});
+    parser.addOptions({portOption, streamPortOption, seedOption, faultOption});
     parser.process(app);
 
     bool ok = false;
     const uint port = parser.value(portOption).toUInt(&ok);
     if (!ok || port > 65535)
         fail(QStringLiteral("--port wants a number from 0 to 65535"));
+    const uint streamPort = parser.value(streamPortOption).toUInt(&ok);
+    if (!ok || streamPort > 65535)
+        fail(QStringLiteral("--stream-port wants a number from 0 to 65535"));
     const quint64 seed = parser.value(seedOption).toULongLong(&ok);
     if (!ok)
         fail(QStringLiteral("--seed wants a whole number"));
@@ -62,10 +73,16 @@ int main(int argc, char *argv[])
                      qPrintable(market.errorString()));
         return 1;
     }
+    if (!market.listenStreams(quint16(streamPort))) {
+        std::fprintf(stderr, "querlin-simulated-market: cannot listen on 127.0.0.1:%u: %s\n",
+                     streamPort, qPrintable(market.streamErrorString()));
+        return 1;
+    }
     QObject::connect(&market, &SimulatedMarket::served,
                      [](const QString &line) { std::fprintf(stderr, "%s\n", qPrintable(line)); });
 
     std::printf("simulated market listening on %s\n", qPrintable(market.baseUrl()));
+    std::printf("simulated market streams on %s\n", qPrintable(market.streamBaseUrl()));
     std::fflush(stdout);
     return app.exec();
 }

@@ -95,6 +95,12 @@ QString Fault::name() const
         return QStringLiteral("slow:%1").arg(delayMs);
     case FaultKind::Silent:
         return QStringLiteral("silent");
+    case FaultKind::Close:
+        return QStringLiteral("close");
+    case FaultKind::Garbage:
+        return QStringLiteral("garbage");
+    case FaultKind::ShortDepth:
+        return QStringLiteral("short_depth");
     }
     return {};
 }
@@ -111,6 +117,9 @@ std::optional<Fault> Fault::parse(const QString &text)
             {QStringLiteral("note"), FaultKind::Note},
             {QStringLiteral("malformed"), FaultKind::Malformed},
             {QStringLiteral("silent"), FaultKind::Silent},
+            {QStringLiteral("close"), FaultKind::Close},
+            {QStringLiteral("garbage"), FaultKind::Garbage},
+            {QStringLiteral("short_depth"), FaultKind::ShortDepth},
     };
     if (const auto found = kinds.constFind(kind); found != kinds.cend())
         return Fault{*found, 0};
@@ -125,17 +134,32 @@ std::optional<Fault> Fault::parse(const QString &text)
 
 const QStringList &simulatedProviders()
 {
-    static const QStringList providers{"yahoo",      "brapi", "binance",      "finnhub",
-                                       "twelvedata", "fmp",   "alpha_vantage"};
+    static const QStringList providers{"yahoo",      "brapi", "binance",       "finnhub",
+                                       "twelvedata", "fmp",   "alpha_vantage", kBinanceStreams};
     return providers;
+}
+
+bool isStreamProvider(const QString &provider)
+{
+    return provider == kBinanceStreams;
+}
+
+bool faultFits(const QString &provider, FaultKind kind)
+{
+    if (kind == FaultKind::None || kind == FaultKind::Silent)
+        return true;
+    const bool streamKind =
+            kind == FaultKind::Close || kind == FaultKind::Garbage || kind == FaultKind::ShortDepth;
+    return streamKind == isStreamProvider(provider);
 }
 
 bool FaultBoard::set(const QString &provider, const Fault &fault)
 {
-    if (provider != kAll && !simulatedProviders().contains(provider))
+    if (provider != kAll &&
+        (!simulatedProviders().contains(provider) || !faultFits(provider, fault.kind)))
         return false;
     for (const QString &id : simulatedProviders()) {
-        if (provider != kAll && id != provider)
+        if ((provider != kAll && id != provider) || !faultFits(id, fault.kind))
             continue;
         if (fault.kind == FaultKind::None)
             m_faults.remove(id);
@@ -154,11 +178,20 @@ QString FaultBoard::apply(const QString &setting)
     const std::optional<Fault> fault = Fault::parse(setting.mid(equals + 1));
     if (!fault)
         return QStringLiteral("unknown fault \"%1\" (none, 429, 5xx, limit, note, malformed, "
-                              "slow:<ms>, silent)")
+                              "slow:<ms>, silent; for binance_ws: close, garbage, short_depth)")
                 .arg(setting.mid(equals + 1));
-    if (!set(provider, *fault))
+    if (provider != kAll && !simulatedProviders().contains(provider))
         return QStringLiteral("unknown provider \"%1\" (%2 or all)")
                 .arg(provider, simulatedProviders().join(QStringLiteral(", ")));
+    if (provider != kAll && !faultFits(provider, fault->kind)) {
+        return isStreamProvider(provider)
+                       ? QStringLiteral("%1 takes none, silent, close, garbage or short_depth")
+                                 .arg(provider)
+                       : QStringLiteral("%1 takes none, 429, 5xx, limit, note, malformed, "
+                                        "slow:<ms> or silent")
+                                 .arg(provider);
+    }
+    set(provider, *fault);
     return {};
 }
 
@@ -203,6 +236,10 @@ HttpResponse faultyReply(const QString &provider, const Fault &fault,
         response.mode = HttpResponse::Mode::Silent;
         return response;
     }
+    case FaultKind::Close:
+    case FaultKind::Garbage:
+    case FaultKind::ShortDepth:
+        break; // the streams' own
     }
     return usual();
 }

@@ -12,7 +12,9 @@
 #include <optional>
 
 // The ways a simulated provider can misbehave, switched per provider from the command line or at
-// run time, so the terminal's throttles, fallbacks and error texts can be watched at work.
+// run time, so the terminal's throttles, fallbacks, reconnections and error texts can be watched at
+// work. The HTTP providers take the kinds up to Slow and Silent; the streams take Silent and those
+// after it.
 enum class FaultKind {
     None,
     RateLimited, // "429": the provider's throttling reply, with Retry-After: 17
@@ -21,7 +23,10 @@ enum class FaultKind {
     Note,        // "note": Alpha Vantage's older per-minute Note (the others answer as for limit)
     Malformed,   // "malformed": HTTP 200 with the usual body cut in half
     Slow,        // "slow:<ms>": the usual reply, that much later
-    Silent,      // "silent": no reply at all, the connection left open
+    Silent,      // "silent": no reply at all, the connection left open; a stream sends nothing
+    Close,       // "close": every stream connection closed, and each new one as soon as it opens
+    Garbage,     // "garbage": stream frames that cannot be read, in several ways
+    ShortDepth,  // "short_depth": depth frames with only three ask levels
 };
 
 struct Fault
@@ -30,7 +35,8 @@ struct Fault
     int delayMs = 0; // Slow only
 
     QString name() const; // as written on the command line: "429", "slow:250"
-    // "none", "429", "5xx", "limit", "note", "malformed", "slow:<ms>" or "silent".
+    // "none", "429", "5xx", "limit", "note", "malformed", "slow:<ms>", "silent", "close",
+    // "garbage" or "short_depth".
     static std::optional<Fault> parse(const QString &text);
 };
 
@@ -38,15 +44,21 @@ inline constexpr int kRetryAfterSeconds = 17;
 inline constexpr int kMaxSlowMs = 600000;
 
 // The providers the market plays, by the ids faults are set with: yahoo, brapi, binance, finnhub,
-// twelvedata, fmp and alpha_vantage.
+// twelvedata, fmp and alpha_vantage over HTTP, and binance_ws, Binance's streams.
 const QStringList &simulatedProviders();
+inline const QString kBinanceStreams = QStringLiteral("binance_ws");
+bool isStreamProvider(const QString &provider);
+// Whether the provider can show that fault; every provider takes None and Silent.
+bool faultFits(const QString &provider, FaultKind kind);
 
 class FaultBoard
 {
 public:
-    // `provider` is one of simulatedProviders() or "all"; false when it is neither.
+    // `provider` is one of simulatedProviders() or "all", which sets every provider the fault
+    // fits; false for another provider or one the fault does not fit.
     bool set(const QString &provider, const Fault &fault);
-    // "finnhub=429"; an explanation when the setting cannot be used, else an empty text.
+    // "finnhub=429", "binance_ws=close"; an explanation when the setting cannot be used, else an
+    // empty text.
     QString apply(const QString &setting);
     Fault faultOf(const QString &provider) const { return m_faults.value(provider); }
     // The providers with a fault, in the order of simulatedProviders().

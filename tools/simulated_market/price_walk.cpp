@@ -24,23 +24,6 @@ constexpr Scale kScales[] = {
         {kDay, 0.6}, {5 * kDay, 0.9}, {30 * kDay, 1.2}, {180 * kDay, 1.8}, {730 * kDay, 2.0},
 };
 
-qint64 floorDiv(qint64 value, qint64 divisor)
-{
-    const qint64 quotient = value / divisor;
-    return (value % divisor != 0 && value < 0) ? quotient - 1 : quotient;
-}
-
-// Smoothed value noise in [-1, 1]: seeded values at every multiple of `period`, eased in between.
-double smoothNoise(quint64 key, qint64 step, qint64 period)
-{
-    const qint64 knot = floorDiv(step, period);
-    const double t = double(step - knot * period) / double(period);
-    const double eased = t * t * (3.0 - 2.0 * t);
-    const double a = signedUnit(mix64(key, quint64(knot)));
-    const double b = signedUnit(mix64(key, quint64(knot + 1)));
-    return a + (b - a) * eased;
-}
-
 // One symbol's path under one seed.
 class SymbolPath
 {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "loopback_http/http_server.h"
+#include "simulated_market/binance_exchange.h"
 #include "simulated_market/instruments.h"
 #include "simulated_market/price_walk.h"
 
@@ -18,6 +19,7 @@ struct MarketContext
 {
     const PriceWalk &walk;
     const InstrumentCatalogue &catalogue;
+    const BinanceExchange &binance;
     qint64 step; // every price of one reply is taken at this step
 
     qint64 now() const { return walk.epochSecondsOf(step); }
@@ -60,9 +62,13 @@ HttpResponse yahooChartReply(const MarketContext &market, const HttpRequest &req
 HttpResponse yahooQuoteReply(const MarketContext &market, const HttpRequest &request);
 HttpResponse yahooSearchReply(const MarketContext &market, const HttpRequest &request);
 
-// BrAPI and Binance
+// BrAPI
 HttpResponse brapiQuoteReply(const MarketContext &market, const HttpRequest &request);
+
+// Binance
 HttpResponse binanceTickerReply(const MarketContext &market, const HttpRequest &request);
+HttpResponse binanceExchangeInfoReply(const MarketContext &market, const HttpRequest &request);
+HttpResponse binanceDepthReply(const MarketContext &market, const HttpRequest &request);
 
 // The keyed services
 HttpResponse finnhubQuoteReply(const MarketContext &market, const HttpRequest &request);

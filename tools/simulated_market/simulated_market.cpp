@@ -23,6 +23,8 @@ constexpr Route kRoutes[] = {
         {"/v1/finance/search", false, "yahoo", yahooSearchReply},
         {"/api/quote/", true, "brapi", brapiQuoteReply},
         {"/api/v3/ticker/24hr", false, "binance", binanceTickerReply},
+        {"/api/v3/exchangeInfo", false, "binance", binanceExchangeInfoReply},
+        {"/api/v3/depth", false, "binance", binanceDepthReply},
         {"/api/v1/quote", false, "finnhub", finnhubQuoteReply},
         {"/quote", false, "twelvedata", twelveDataQuoteReply},
         {"/api/v3/quote/", true, "fmp", fmpQuoteReply},
@@ -68,9 +70,13 @@ HttpResponse notSimulated()
 
 SimulatedMarket::SimulatedMarket(quint64 seed, Clock clock, QObject *parent)
     : QObject(parent)
-    , m_walk(seed, std::move(clock))
+    , m_walk(seed, clock)
+    , m_binance(seed, m_catalogue)
     , m_server([this](const HttpRequest &request) { return respond(request); })
+    , m_streams(m_walk, m_binance, std::move(clock),
+                [this] { return m_faults.faultOf(kBinanceStreams); })
 {
+    connect(&m_streams, &BinanceStreams::served, this, &SimulatedMarket::served);
     connect(&m_server, &HttpServer::answered, this, [this](const HttpRequest &request, int status) {
         QString target = QString::fromLatin1(request.path);
         if (!request.rawQuery.isEmpty())
@@ -93,7 +99,9 @@ QString SimulatedMarket::baseUrl() const
 
 QString SimulatedMarket::applyFault(const QString &setting)
 {
-    return m_faults.apply(setting);
+    const QString problem = m_faults.apply(setting);
+    m_streams.applyFault();
+    return problem;
 }
 
 HttpResponse SimulatedMarket::respond(const HttpRequest &request)
@@ -107,7 +115,7 @@ HttpResponse SimulatedMarket::respond(const HttpRequest &request)
     const auto usual = [this, route, &request] {
         if (!route)
             return notSimulated();
-        const MarketContext market{m_walk, m_catalogue, m_walk.currentStep()};
+        const MarketContext market{m_walk, m_catalogue, m_binance, m_walk.currentStep()};
         return route->answer(market, request);
     };
     const Fault fault = provider.isEmpty() ? Fault() : m_faults.faultOf(provider);
@@ -127,7 +135,7 @@ HttpResponse SimulatedMarket::control(const HttpRequest &request)
     const QString provider = request.queryItem(QStringLiteral("provider"));
     const QString kind = request.queryItem(QStringLiteral("kind"));
     if (!provider.isNull() || !kind.isNull()) {
-        const QString problem = m_faults.apply(provider + QLatin1Char('=') + kind);
+        const QString problem = applyFault(provider + QLatin1Char('=') + kind);
         if (!problem.isEmpty()) {
             return HttpResponse::json(
                     OrderedJson().boolean("ok", false).text("error", problem).toJson(), 400);

@@ -2,6 +2,8 @@
 
 #include "app/clock.h"
 #include "loopback_http/http_server.h"
+#include "simulated_market/binance_exchange.h"
+#include "simulated_market/binance_streams.h"
 #include "simulated_market/instruments.h"
 #include "simulated_market/market_faults.h"
 #include "simulated_market/price_walk.h"
@@ -10,10 +12,11 @@
 #include <QString>
 
 // The market-data providers the terminal calls, played on one loopback port: Yahoo's chart, batch
-// quote and symbol search, BrAPI's quote, Binance's 24-hour ticker, and the quotes of Finnhub,
-// Twelve Data, Financial Modeling Prep and Alpha Vantage, each in its real reply shape and priced
-// from one seeded PriceWalk. Point every QRL_ENDPOINT_* variable at baseUrl() and the terminal runs
-// without the internet.
+// quote and symbol search, BrAPI's quote, Binance's 24-hour ticker, exchange information and book,
+// and the quotes of Finnhub, Twelve Data, Financial Modeling Prep and Alpha Vantage, each in its
+// real reply shape and priced from one seeded PriceWalk. Binance's combined streams play on a
+// second port (see BinanceStreams). Point every QRL_ENDPOINT_* variable at baseUrl(), the Binance
+// stream's at streamBaseUrl(), and the terminal runs without the internet.
 //
 // Two control paths sit beside them:
 //   GET /__sim/health                                -> {"ok":true,"seed":42}
@@ -33,16 +36,26 @@ public:
     QString baseUrl() const;
     QString errorString() const { return m_server.errorString(); }
 
+    // The streams, on a port of their own; port 0 lets the system pick one.
+    bool listenStreams(quint16 port = 0) { return m_streams.listen(port); }
+    quint16 streamPort() const { return m_streams.port(); }
+    QString streamBaseUrl() const { return m_streams.baseUrl(); }
+    QString streamErrorString() const { return m_streams.errorString(); }
+    BinanceStreams &streams() { return m_streams; }
+
     quint64 seed() const { return m_walk.seed(); }
     const PriceWalk &prices() const { return m_walk; }
     const InstrumentCatalogue &catalogue() const { return m_catalogue; }
+    const BinanceExchange &binance() const { return m_binance; }
 
-    // "finnhub=429", "all=none"; an explanation when the setting cannot be used, else empty.
+    // "finnhub=429", "binance_ws=close", "all=none"; an explanation when the setting cannot be
+    // used, else empty.
     QString applyFault(const QString &setting);
     Fault faultOf(const QString &provider) const { return m_faults.faultOf(provider); }
 
 signals:
-    // One line per request: "GET /api/v1/quote?symbol=AAPL&token=… -> 200".
+    // One line per request: "GET /api/v1/quote?symbol=AAPL&token=… -> 200", and per stream
+    // connection opened or closed: "WS /stream?streams=btcusdt@ticker -> open".
     void served(const QString &line);
 
 private:
@@ -51,6 +64,8 @@ private:
 
     PriceWalk m_walk;
     InstrumentCatalogue m_catalogue;
+    BinanceExchange m_binance;
     FaultBoard m_faults;
     HttpServer m_server;
+    BinanceStreams m_streams;
 };

@@ -47,13 +47,15 @@ public:
     // Each connection's path and query as requested ("/stream?streams=btcusdt@ticker"), in the
     // order the connections opened.
     QStringList requestedPaths() const { return m_paths; }
-    int connectionCount() const { return int(m_paths.size()); } // every one since the start
+    // Every connection since the start, or since clearRecords().
+    int connectionCount() const { return int(m_paths.size()); }
     int openConnections() const { return int(m_clients.size()); }
     // The text messages of every client, in the order they arrived.
     QStringList receivedMessages() const { return m_messages; }
     // A request header of the latest connection, in any case; empty when it had none.
     QByteArray lastRequestHeader(const QByteArray &name) const;
-    // Forgets the paths, headers and messages recorded so far (the connections stay open).
+    // Forgets the paths, headers and messages recorded so far, and so the connection count; the
+    // connections stay open.
     void clearRecords();
 
     // Run the event loop until the condition holds; false on timeout.

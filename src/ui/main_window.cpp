@@ -28,6 +28,7 @@
 #include <QTabWidget>
 #include <QTimer>
 #include <QVBoxLayout>
+#include <QWebSocket>
 
 namespace {
 
@@ -230,7 +231,15 @@ MainWindow::MainWindow(QWidget *parent)
     QTimer::singleShot(kSessionStartMs, this, &MainWindow::startSession);
 }
 
-MainWindow::~MainWindow() = default;
+MainWindow::~MainWindow()
+{
+    // A socket still open says "disconnected" while it is destroyed, after the panels its
+    // handlers write to are gone: it is cut off first.
+    for (QWebSocket *socket : {m_tickerSocket, m_depthSocket, m_tradeSocket}) {
+        socket->disconnect(this);
+        socket->abort();
+    }
+}
 
 void MainWindow::setupMenus()
 {

@@ -90,7 +90,7 @@ void MainWindow::requestDepthSnapshot(const QString &symbol)
             *m_network, binanceDepthRequest(symbol), this,
             [this, symbol](const ProviderReply &reply) {
                 // Only for the symbol the book still shows, and never over live depth.
-                if (symbol != m_bookSymbol)
+                if (symbol != m_bookSymbol || (m_depthValid && !m_depthPending))
                     return;
                 if (reply.error != QNetworkReply::NoError || reply.tooLarge) {
                     m_depthPending = false;
@@ -102,8 +102,6 @@ void MainWindow::requestDepthSnapshot(const QString &symbol)
                                        QStringLiteral("profundidade da Binance indisponível"))));
                     return;
                 }
-                if (!m_depthPending && m_depthValid)
-                    return; // the stream got there first
                 showDepth(readDepthSnapshot(reply.body), true);
             });
 }

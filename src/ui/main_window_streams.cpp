@@ -52,7 +52,10 @@ void closeOnPurpose(QWebSocket *socket)
     if (socket->state() == QAbstractSocket::UnconnectedState)
         return;
     const QSignalBlocker blocker(socket);
-    socket->close(QWebSocketProtocol::CloseCodeNormal, QString());
+    if (socket->state() == QAbstractSocket::ConnectedState)
+        socket->close(QWebSocketProtocol::CloseCodeNormal, QString());
+    else
+        socket->abort(); // a handshake under way has nothing to close politely
 }
 
 void reopen(QWebSocket *socket, const QUrl &url)

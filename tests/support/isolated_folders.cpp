@@ -1,5 +1,6 @@
 #include "isolated_folders.h"
 
+#include "app/endpoints.h"
 #include "app/identity.h"
 
 #include <QCoreApplication>
@@ -38,6 +39,14 @@ IsolatedFolders::IsolatedFolders()
     qputenv("XDG_CONFIG_HOME", (root() + QStringLiteral("/xdg-config")).toLocal8Bit());
     qputenv("XDG_CACHE_HOME", (root() + QStringLiteral("/xdg-cache")).toLocal8Bit());
     QDir::setCurrent(workingFolder());
+    for (const EndpointDefinition &definition : endpointDefinitions()) {
+        if (qEnvironmentVariableIsSet(definition.environmentVariable))
+            continue;
+        // Port 9 (discard) has no listener here: connections are refused at once.
+        qputenv(definition.environmentVariable,
+                definition.isStream ? "ws://127.0.0.1:9" : "http://127.0.0.1:9");
+        m_deadEndpoints << definition.environmentVariable;
+    }
 }
 
 IsolatedFolders::~IsolatedFolders()
@@ -46,6 +55,8 @@ IsolatedFolders::~IsolatedFolders()
     restoreVariable("HOME", m_previousHome);
     restoreVariable("XDG_CONFIG_HOME", m_previousConfigHome);
     restoreVariable("XDG_CACHE_HOME", m_previousCacheHome);
+    for (const char *variable : m_deadEndpoints)
+        qunsetenv(variable);
 }
 
 QString IsolatedFolders::expectedConfigFolder() const

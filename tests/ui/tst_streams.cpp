@@ -1,0 +1,603 @@
+#include "app/identity.h"
+#include "app/language.h"
+#include "market/market_row.h"
+#include "streams/binance_frames.h"
+#include "streams/tape_table_model.h"
+#include "support/fake_provider.h"
+#include "support/fake_websocket_server.h"
+#include "support/isolated_folders.h"
+#include "ui/book_panel.h"
+#include "ui/main_window.h"
+#include "ui/market_table.h"
+#include "ui/tape_panel.h"
+
+#include <QApplication>
+#include <QComboBox>
+#include <QCompleter>
+#include <QDoubleSpinBox>
+#include <QElapsedTimer>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPlainTextEdit>
+#include <QSignalSpy>
+#include <QStringListModel>
+#include <QTableView>
+#include <QTableWidget>
+#include <QTest>
+#include <QWebSocket>
+
+#include <memory>
+
+namespace {
+
+const QString kTicker = QStringLiteral("/stream?streams=btcusdt@ticker");
+const QString kDepth = QStringLiteral("/stream?streams=btcusdt@depth20@100ms");
+const QString kTrade = QStringLiteral("/stream?streams=btcusdt@trade");
+
+// A real combined-stream ticker frame; `s` can be left out to lean on the stream name.
+QString tickerFrame(const QString &pair, const QString &price, const QString &change,
+                    bool withSymbol = true)
+{
+    return QStringLiteral(R"({"stream":"%1@ticker","data":{"e":"24hrTicker","E":1789499759014,%2)"
+                          R"("p":"-3109.19","P":"%3","c":"%4","o":"79108.0","h":"79600.0",)"
+                          R"("l":"74967.97","v":"21280.39","q":"1635793874.5","n":3397723}})")
+            .arg(pair.toLower(),
+                 withSymbol ? QStringLiteral(R"("s":"%1",)").arg(pair.toUpper()) : QString(),
+                 change, price);
+}
+
+QString levels(int count, double first, double step, int precision = 2)
+{
+    QStringList list;
+    for (int i = 0; i < count; ++i)
+        list << QStringLiteral(R"(["%1","%2"])")
+                        .arg(QString::number(first + i * step, 'f', precision),
+                             QString::number(0.5 + i, 'f', 5));
+    return QLatin1Char('[') + list.join(QLatin1Char(',')) + QLatin1Char(']');
+}
+
+// The real spot depth20 shape: no `s`, long keys; `extra` goes inside `data`.
+QString depthFrame(const QString &pair, const QString &bids, const QString &asks,
+                   const QString &keys = QStringLiteral("bids,asks"), const QString &extra = {})
+{
+    const QStringList names = keys.split(QLatin1Char(','));
+    return QStringLiteral(R"({"stream":"%1@depth20@100ms","data":{%5"lastUpdateId":160,)"
+                          R"("%2":%3,"%4":%6}})")
+            .arg(pair.toLower(), names.at(0), bids, names.at(1), extra, asks);
+}
+
+QString tradeFrame(const QString &pair, int id, double price, double quantity, bool maker)
+{
+    return QStringLiteral(R"({"stream":"%1@trade","data":{"e":"trade","E":1733498426037,)"
+                          R"("s":"%2","t":%3,"p":"%4","q":"%5","T":1733498426037,"m":%6,)"
+                          R"("M":true}})")
+            .arg(pair.toLower(), pair.toUpper())
+            .arg(id)
+            .arg(QString::number(price, 'f', 2), QString::number(quantity, 'f', 5),
+                 maker ? QStringLiteral("true") : QStringLiteral("false"));
+}
+
+QString cell(const QTableWidget *table, int row, int column)
+{
+    const QTableWidgetItem *item = table->item(row, column);
+    return item ? item->text() : QString();
+}
+
+QStringList events(const MainWindow &window)
+{
+    return window.findChild<QPlainTextEdit *>(QStringLiteral("eventConsole"))
+            ->toPlainText()
+            .split(QLatin1Char('\n'));
+}
+
+bool logged(const MainWindow &window, const QString &text)
+{
+    for (const QString &line : events(window)) {
+        if (line.endsWith(QStringLiteral("] ") + text))
+            return true;
+    }
+    return false;
+}
+
+} // namespace
+
+class StreamsTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+
+    void tickerStreamFollowsTheCryptoRows();
+    void tickerFramesFeedRowsAndTheLocalSeries();
+    void droppedTickerFallsBackToRestUntilTheNextCycle();
+    void selectingAPairOpensItsDepthAndTradesOnce();
+    void depthFramesDecideLadderOrFallback_data();
+    void depthFramesDecideLadderOrFallback();
+    void snapshotOfASymbolSwitchedAwayIsDiscarded();
+    void depthStreamEndsInFallbackWithoutAValidFrame();
+    void otherClassesGetTheirFallbacks_data();
+    void otherClassesGetTheirFallbacks();
+    void keyedLevelOneQuoteFillsTheSnapshot();
+    void tradeBurstGivesTheRowsOneByOneWould();
+    void quoteTapeFollowsTheSelectedQuote();
+    void cryptoUniverseJoinsTheCompleter();
+
+private:
+    std::unique_ptr<MainWindow> startWindow(const QByteArray &symbols);
+
+    FakeProvider m_provider;
+    FakeWebSocketServer m_server;
+    std::unique_ptr<IsolatedFolders> m_folders;
+};
+
+void StreamsTest::initTestCase()
+{
+    applyApplicationIdentity(*qApp);
+    QVERIFY(m_provider.listen());
+    m_provider.serveEveryEndpoint();
+    QVERIFY(m_server.listen());
+    m_server.serveEveryStreamEndpoint();
+}
+
+void StreamsTest::init()
+{
+    setInterfaceLanguage(QStringLiteral("en"));
+    m_server.closeAll();
+    QVERIFY(m_server.waitForOpenConnections(0));
+    m_server.clearRecords();
+    m_server.setSilent(false);
+    m_provider.clearRequests();
+    m_provider.setReply("/api/v3/depth", FakeReply{.mode = FakeReply::Mode::NoAnswer});
+    m_folders.reset(); // the previous isolation restores the environment before the next takes it
+    m_folders = std::make_unique<IsolatedFolders>();
+}
+
+std::unique_ptr<MainWindow> StreamsTest::startWindow(const QByteArray &symbols)
+{
+    QStringList rows;
+    for (const QByteArray &symbol : symbols.split(','))
+        rows << QStringLiteral(R"({"symbol":"%1"})").arg(QString::fromLatin1(symbol));
+    m_folders->writeFile(m_folders->expectedConfigFolder() + "/watchlists/default.json",
+                         QStringLiteral(R"({"symbols":[%1]})").arg(rows.join(',')).toUtf8());
+    auto window = std::make_unique<MainWindow>();
+    window->startMarketData();
+    return window;
+}
+
+void StreamsTest::tickerStreamFollowsTheCryptoRows()
+{
+    auto window = startWindow("AAPL");
+    auto tickerPaths = [this] {
+        QStringList paths;
+        for (const QString &path : m_server.requestedPaths()) {
+            if (path.endsWith(QStringLiteral("@ticker")))
+                paths << path;
+        }
+        return paths;
+    };
+    QCOMPARE(window->tickerSocket()->state(), QAbstractSocket::UnconnectedState);
+
+    auto *search = window->findChild<QLineEdit *>(QStringLiteral("tickerSearch"));
+    search->setText(QStringLiteral("btc"));
+    QTest::keyClick(search, Qt::Key_Return);
+    QTRY_COMPARE(tickerPaths(), QStringList{kTicker});
+    QTRY_COMPARE(window->tickerSocket()->state(), QAbstractSocket::ConnectedState);
+    QCOMPARE(cell(window->marketTable(), 1, StatusColumn), QStringLiteral("ws connecting"));
+
+    search->setText(QStringLiteral("ETHUSDT"));
+    QTest::keyClick(search, Qt::Key_Return);
+    const QString both = QStringLiteral("/stream?streams=btcusdt@ticker/ethusdt@ticker");
+    QTRY_COMPARE(tickerPaths().value(1), both);
+    QTRY_COMPARE(window->tickerSocket()->state(), QAbstractSocket::ConnectedState);
+
+    // An unchanged list with a connected socket: the refresh cycle leaves it alone.
+    window->refreshMarketQuotes();
+    window->refreshMarketQuotes();
+    QTest::qWait(50);
+    QCOMPARE(tickerPaths().size(), 2);
+
+    // A new order is a new stream list, taken up by the next cycle.
+    window->moveMarketRow(2, 1);
+    window->refreshMarketQuotes();
+    QTRY_COMPARE(tickerPaths().value(2),
+                 QStringLiteral("/stream?streams=ethusdt@ticker/btcusdt@ticker"));
+
+    // Removing the crypto rows narrows the list, then closes the stream.
+    window->marketTable()->selectRow(window->findMarketRow(QStringLiteral("BTCUSDT")));
+    window->removeSelectedSymbol();
+    QTRY_COMPARE(tickerPaths().value(3), QStringLiteral("/stream?streams=ethusdt@ticker"));
+    QTRY_COMPARE(window->tickerSocket()->state(), QAbstractSocket::ConnectedState);
+    window->marketTable()->selectRow(window->findMarketRow(QStringLiteral("ETHUSDT")));
+    window->removeSelectedSymbol();
+    QTRY_COMPARE(window->tickerSocket()->state(), QAbstractSocket::UnconnectedState);
+    QCOMPARE(tickerPaths().size(), 4);
+}
+
+void StreamsTest::tickerFramesFeedRowsAndTheLocalSeries()
+{
+    auto window = startWindow("AAPL,BTCUSDT,ETHUSDT");
+    QTRY_COMPARE(window->tickerSocket()->state(), QAbstractSocket::ConnectedState);
+    QTRY_VERIFY(logged(*window, QStringLiteral("Binance ticker stream connected")));
+    MarketTable *table = window->marketTable();
+    const int btc = window->findMarketRow(QStringLiteral("BTCUSDT"));
+    const int eth = window->findMarketRow(QStringLiteral("ETHUSDT"));
+
+    m_server.sendTexts({
+            tickerFrame("BTCUSDT", "75998.81000000", "-3.930"),
+            // No `s`: the stream name says whose it is.
+            tickerFrame("ETHUSDT", "2500.50000000", "1.250", false),
+            tickerFrame("BTCUSDT", "76100.00000000", "-3.800"),
+            tickerFrame("BTCUSDT", "75900.00000000", "-3.950"),
+            // Garbage of every kind changes nothing.
+            QStringLiteral("not json"),
+            QStringLiteral(R"({"stream":"btcusdt@ticker"})"),
+            QStringLiteral(R"({"result":null,"id":1})"),
+            tickerFrame("BTCUSDT", "NaN", "1"),
+            tickerFrame("BTCUSDT", "1e999", "1"),
+            tickerFrame("BTCUSDT", "0", "1"),
+            QStringLiteral(
+                    R"({"stream":"btcusdt@ticker","data":{"s":"BTCUSDT","c":76000,"P":[1]}})"),
+    });
+    QTRY_COMPARE(cell(table, eth, LastColumn), QStringLiteral("2500.50"));
+    QTRY_COMPARE(cell(table, btc, SourceColumn), QStringLiteral("Binance WS"));
+    QCOMPARE(cell(table, eth, ChangeColumn), QStringLiteral("1.25%"));
+    QCOMPARE(cell(table, eth, StatusColumn), QStringLiteral("realtime"));
+    QTRY_COMPARE(cell(table, btc, LastColumn), QStringLiteral("76000.00"));
+    // A number where a string belongs still reads as the price; an unusable change is unknown.
+    QCOMPARE(cell(table, btc, ChangeColumn), QStringLiteral("--"));
+
+    const QList<Candle> bars = window->localPriceSeries().value(QStringLiteral("BTCUSDT"));
+    QCOMPARE(bars.size(), 1);
+    QCOMPARE(bars.first().open, 75998.81);
+    QCOMPARE(bars.first().high, 76100.0);
+    QCOMPARE(bars.first().low, 75900.0);
+    QCOMPARE(bars.first().close, 76000.0);
+    QCOMPARE(bars.first().volume, 0.0);
+}
+
+void StreamsTest::droppedTickerFallsBackToRestUntilTheNextCycle()
+{
+    auto window = startWindow("BTCUSDT");
+    QTRY_COMPARE(window->tickerSocket()->state(), QAbstractSocket::ConnectedState);
+    m_provider.clearRequests();
+    m_server.sendTextTo(kTicker, QStringLiteral("x")); // nothing
+    m_server.closeAll(QWebSocketProtocol::CloseCodeGoingAway);
+    QTRY_VERIFY(logged(*window, QStringLiteral("Binance ticker stream disconnected")));
+    QCOMPARE(cell(window->marketTable(), 0, StatusColumn).isEmpty(), false);
+    // Every crypto row once over REST.
+    QVERIFY(m_provider.waitForRequests(1));
+    QCOMPARE(m_provider.lastRequest().path, QByteArray("/api/v3/ticker/24hr"));
+    QCOMPARE(m_provider.lastRequest().queryItem("symbol"), QStringLiteral("BTCUSDT"));
+    const int before = m_server.connectionCount();
+    window->refreshMarketQuotes();
+    QTRY_COMPARE(m_server.connectionCount(), before + 1);
+    QCOMPARE(m_server.requestedPaths().last(), kTicker);
+    QTRY_COMPARE(window->tickerSocket()->state(), QAbstractSocket::ConnectedState);
+}
+
+void StreamsTest::selectingAPairOpensItsDepthAndTradesOnce()
+{
+    auto window = startWindow("BTCUSDT");
+    QTRY_COMPARE(window->depthSocket()->state(), QAbstractSocket::ConnectedState);
+    QTRY_COMPARE(window->tradeSocket()->state(), QAbstractSocket::ConnectedState);
+    QVERIFY(m_server.requestedPaths().contains(kDepth));
+    QVERIFY(m_server.requestedPaths().contains(kTrade));
+    QTRY_VERIFY(logged(*window, QStringLiteral("Order book stream connected: BTCUSDT")));
+    QTRY_VERIFY(logged(*window, QStringLiteral("Trade tape stream connected: BTCUSDT")));
+    QCOMPARE(window->bookPanel()->title(), QStringLiteral("ORDER BOOK  BTCUSDT  live"));
+    QCOMPARE(window->tapePanel()->title(), QStringLiteral("TIME & SALES  BTCUSDT  live"));
+    QTRY_VERIFY(m_provider.requests().size() > 0);
+    bool snapshotAsked = false;
+    for (const RecordedRequest &request : m_provider.requests())
+        snapshotAsked = snapshotAsked || (request.path == "/api/v3/depth" &&
+                                          request.rawQuery == "symbol=BTCUSDT&limit=20");
+    QVERIFY(snapshotAsked);
+
+    const int connections = m_server.connectionCount();
+    window->marketTable()->selectRow(0);
+    window->moveMarketRow(0, 0); // selection refresh without a change
+    QMetaObject::invokeMethod(window.get(), [&window] { window->switchBookSymbol(); });
+    QTest::qWait(50);
+    QCOMPARE(m_server.connectionCount(), connections);
+}
+
+void StreamsTest::depthFramesDecideLadderOrFallback_data()
+{
+    QTest::addColumn<QString>("frame");
+    QTest::addColumn<bool>("valid");
+    QTest::addColumn<int>("askRows");
+    QTest::addColumn<QString>("firstAsk");
+    QTest::addColumn<QString>("tiles"); // BID|ASK|SPR|IMB values
+
+    const QString bids20 = levels(20, 65000, -1);
+    const QString asks20 = levels(20, 65001, 1);
+    QTest::newRow("real shape, first 10 of 20 shown")
+            << depthFrame("BTCUSDT", bids20, asks20) << true << 10 << "65001.00"
+            << "65000.00|65001.00|1.0000|0.0%";
+    QTest::newRow("short keys") << depthFrame("BTCUSDT", levels(5, 100, -1), levels(5, 101, 1),
+                                              "b,a")
+                                << true << 5 << "101.0000"
+                                << "100.0000|101.0000|1.0000|0.0%";
+    QTest::newRow("five and five") << depthFrame("BTCUSDT", levels(5, 999, -1), levels(5, 1000, 1))
+                                   << true << 5 << "1000.00"
+                                   << "999.0000|1000.00|1.0000|0.0%";
+    QTest::newRow("four asks") << depthFrame("BTCUSDT", bids20, levels(4, 65001, 1)) << false << 6
+                               << "Last"
+                               << "--|--|--|--";
+    QTest::newRow("zero prices and short levels do not count")
+            << depthFrame("BTCUSDT", bids20,
+                          R"([["65001","1"],["0","1"],["65002"],["65003","1"],["65004","1"],)"
+                          R"(["abc","1"]])")
+            << false << 6 << "Last"
+            << "--|--|--|--";
+}
+
+void StreamsTest::depthFramesDecideLadderOrFallback()
+{
+    QFETCH(QString, frame);
+    QFETCH(bool, valid);
+    QFETCH(int, askRows);
+    QFETCH(QString, firstAsk);
+    QFETCH(QString, tiles);
+    auto window = startWindow("BTCUSDT");
+    QTRY_COMPARE(window->depthSocket()->state(), QAbstractSocket::ConnectedState);
+    BookPanel *book = window->bookPanel();
+    QVERIFY(window->isDepthPending());
+
+    // Another pair's frame, and frames that are no frames, change nothing.
+    m_server.sendTextTo(kDepth, depthFrame("ETHUSDT", levels(10, 10, -1), levels(10, 11, 1)));
+    m_server.sendTextTo(kDepth, QStringLiteral(R"({"stream":"btcusdt@depth20@100ms"})"));
+    m_server.sendTextTo(kDepth, QStringLiteral("{{{"));
+    m_server.sendTextTo(kDepth, frame);
+    QTRY_VERIFY(!window->isDepthPending());
+    QCOMPARE(window->isDepthValid(), valid);
+    book->flushPendingDraw();
+    QCOMPARE(book->askTable()->rowCount(), askRows);
+    QCOMPARE(cell(book->askTable(), 0, 0), firstAsk);
+    QStringList values;
+    for (const QLabel *tile : book->metricLabels())
+        values << tile->text().section(QLatin1Char('\n'), 1);
+    QCOMPARE(values.join(QLatin1Char('|')), tiles);
+    if (valid) {
+        QVERIFY(book->title().startsWith(QStringLiteral("ORDER BOOK  BTCUSDT  ")));
+        QCOMPARE(cell(book->bidTable(), 0, 2), cell(book->bidTable(), 0, 1)); // running total
+    } else {
+        QCOMPARE(book->title(),
+                 QStringLiteral("QUOTE SNAPSHOT  BTCUSDT  Binance depth insufficient"));
+        QCOMPARE(cell(book->bidTable(), 4, 1), QStringLiteral("Not in free feed"));
+    }
+    // The next valid frame brings the ladder back.
+    m_server.sendTextTo(kDepth, depthFrame("BTCUSDT", levels(6, 50, -1), levels(6, 51, 1)));
+    const auto shownFirstAsk = [book] {
+        book->flushPendingDraw();
+        return cell(book->askTable(), 0, 0);
+    };
+    QTRY_COMPARE(shownFirstAsk(), QStringLiteral("51.0000"));
+    QVERIFY(window->isDepthValid());
+    QCOMPARE(book->view(), BookPanel::View::Depth);
+}
+
+void StreamsTest::snapshotOfASymbolSwitchedAwayIsDiscarded()
+{
+    m_provider.queueReply(
+            "/api/v3/depth",
+            FakeReply::json(QStringLiteral(R"({"lastUpdateId":1,"bids":%1,"asks":%2})")
+                                    .arg(levels(8, 100, -1), levels(8, 101, 1))
+                                    .toUtf8()));
+    m_provider.queueReply("/api/v3/depth",
+                          FakeReply{.body = R"({"bids":[],"asks":[]})", .delayMs = 300});
+    auto window = startWindow("BTCUSDT,ETHUSDT");
+    BookPanel *book = window->bookPanel();
+    QTRY_COMPARE(book->title(), QStringLiteral("ORDER BOOK  BTCUSDT  snapshot"));
+    book->flushPendingDraw();
+    QCOMPARE(cell(book->askTable(), 0, 0), QStringLiteral("101.0000"));
+
+    // ETH's snapshot is slow; the user goes back to BTC before it lands.
+    window->marketTable()->selectRow(1);
+    QCOMPARE(window->bookSymbol(), QStringLiteral("ETHUSDT"));
+    window->marketTable()->selectRow(0);
+    QTRY_COMPARE(window->depthSocket()->state(), QAbstractSocket::ConnectedState);
+    QTest::qWait(400);
+    QCOMPARE(window->bookSymbol(), QStringLiteral("BTCUSDT"));
+    QVERIFY(!book->title().contains(QStringLiteral("insufficient")));
+    QVERIFY(!book->title().contains(QStringLiteral("ETHUSDT")));
+    // A frame of the pair switched away from is dropped too.
+    m_server.sendText(depthFrame("ETHUSDT", levels(10, 10, -1), levels(10, 11, 1)));
+    QTest::qWait(30);
+    book->flushPendingDraw();
+    QVERIFY(!cell(book->askTable(), 0, 0).startsWith(QStringLiteral("11.")));
+}
+
+void StreamsTest::depthStreamEndsInFallbackWithoutAValidFrame()
+{
+    auto window = startWindow("BTCUSDT,PETR4.SA");
+    QTRY_COMPARE(window->depthSocket()->state(), QAbstractSocket::ConnectedState);
+    m_server.closeAll(QWebSocketProtocol::CloseCodeGoingAway);
+    QTRY_VERIFY(logged(*window, QStringLiteral("Order book stream disconnected")));
+    QCOMPARE(window->bookPanel()->view(), BookPanel::View::Fallback);
+    QCOMPARE(window->bookPanel()->title(), QStringLiteral("QUOTE SNAPSHOT  BTCUSDT  delayed"));
+    QTRY_COMPARE(window->tapePanel()->title(),
+                 QStringLiteral("TIME & SALES  BTCUSDT  disconnected"));
+
+    // Going to a B3 row closes nothing more and keeps nothing of the crypto book.
+    window->marketTable()->selectRow(1);
+    QCOMPARE(window->depthSocket()->state(), QAbstractSocket::UnconnectedState);
+    QCOMPARE(window->bookPanel()->metricLabels().at(0)->text(), QStringLiteral("BID\n--"));
+}
+
+void StreamsTest::otherClassesGetTheirFallbacks_data()
+{
+    QTest::addColumn<QString>("symbol");
+    QTest::addColumn<QString>("language");
+    QTest::addColumn<QString>("title");
+    QTest::addColumn<QString>("spread");
+    QTest::newRow("B3 with a price") << "PETR4.SA"
+                                     << "en"
+                                     << "QUOTE SNAPSHOT  PETR4.SA  B3 no free Order Book  snapshot "
+                                        "fallback"
+                                     << "0.0000";
+    QTest::newRow("B3 in Portuguese")
+            << "PETR4.SA"
+            << "pt_BR"
+            << "RESUMO DA COTAÇÃO  PETR4.SA  B3 sem livro de ofertas gratuito  resumo alternativo"
+            << "0.0000";
+    QTest::newRow("US without keys")
+            << "AAPL"
+            << "en"
+            << "QUOTE SNAPSHOT  AAPL  US Level 1 fallback snapshot (iTick key missing)"
+            << "--";
+    QTest::newRow("forex") << "BRL=X"
+                           << "en"
+                           << "QUOTE SNAPSHOT  BRL=X  delayed"
+                           << "--";
+}
+
+void StreamsTest::otherClassesGetTheirFallbacks()
+{
+    QFETCH(QString, symbol);
+    QFETCH(QString, language);
+    QFETCH(QString, title);
+    QFETCH(QString, spread);
+    setInterfaceLanguage(language);
+    auto window = startWindow(symbol.toLatin1() + ",BTCUSDT");
+    window->updateMarketRow(symbol, 36.5, 1.2, QStringLiteral("Yahoo"), QStringLiteral("80 ms"),
+                            QStringLiteral("free/delayed"));
+    window->marketTable()->selectRow(1);
+    window->marketTable()->selectRow(0);
+    BookPanel *book = window->bookPanel();
+    QCOMPARE(book->title(), title);
+    QCOMPARE(book->view(), BookPanel::View::Fallback);
+    QCOMPARE(window->depthSocket()->state(), QAbstractSocket::UnconnectedState);
+    QCOMPARE(cell(book->askTable(), 0, 1), QStringLiteral("36.5000"));
+    QCOMPARE(cell(book->askTable(), 0, 2), QStringLiteral("Yahoo"));
+    QCOMPARE(book->metricLabels().at(2)->text().section(QLatin1Char('\n'), 1), spread);
+    QCOMPARE(book->bidTable()->rowCount(), 5);
+}
+
+void StreamsTest::keyedLevelOneQuoteFillsTheSnapshot()
+{
+    m_folders->writeFile(m_folders->expectedConfigFolder() + "/config.txt",
+                         "finnhub_api_key=FHKEY\n");
+    m_provider.setReply("/api/v1/quote",
+                        FakeReply::json(R"({"c":175.42,"d":-0.65,"dp":-0.37,"h":176.1,)"
+                                        R"("l":174.2,"o":175.9,"pc":176.07,"t":1714766400})"));
+    auto window = startWindow("AAPL");
+    QTRY_COMPARE(window->bookPanel()->title(),
+                 QStringLiteral("QUOTE SNAPSHOT  AAPL  Finnhub  snapshot fallback"));
+    // Bid is the lower of close and last, ask the last.
+    QCOMPARE(window->bookPanel()->metricLabels().at(0)->text(), QStringLiteral("BID\n175.4200"));
+    QCOMPARE(window->bookPanel()->metricLabels().at(1)->text(), QStringLiteral("ASK\n175.4200"));
+    m_provider.setReply("/api/v1/quote", FakeReply::json(R"({"error":"no scripted reply"})", 404));
+}
+
+void StreamsTest::tradeBurstGivesTheRowsOneByOneWould()
+{
+    auto window = startWindow("BTCUSDT");
+    QTRY_COMPARE(window->tradeSocket()->state(), QAbstractSocket::ConnectedState);
+    TapePanel *tape = window->tapePanel();
+    QStringList burst;
+    TimeAndSales expected;
+    for (int i = 0; i < 5000; ++i) {
+        const double price = 65000 + (i % 97) * 0.5;
+        const double quantity = 0.001 * (1 + i % 13);
+        const bool maker = (i % 3) == 0;
+        burst << tradeFrame("BTCUSDT", i, price, quantity, maker);
+        expected.add(tradeTapeRow(price, quantity, 1733498426037, maker));
+    }
+    burst.insert(100, tradeFrame("ETHUSDT", 1, 1, 1, true)); // another pair's trade
+    burst.insert(200, QStringLiteral("{"));
+    // The table catches up once per screen frame, however many trades arrive in between.
+    QAbstractItemModel *model = tape->table()->model();
+    QSignalSpy resets(model, &QAbstractItemModel::modelReset);
+    QSignalSpy inserts(model, &QAbstractItemModel::rowsInserted);
+    QElapsedTimer timer;
+    timer.start();
+    m_server.sendTextTo(kTrade, burst.join(QString())); // one frame of garbage: ignored
+    m_server.sendTexts(burst);
+    QTRY_COMPARE(tape->rows().admitted(), quint64(5000));
+    const qint64 handled = timer.elapsed();
+    tape->flushPendingDraw();
+    const qsizetype redraws = resets.size() + inserts.size();
+    QVERIFY2(redraws <= handled / 4 + 2, qPrintable(QString::number(redraws)));
+    QCOMPARE(model->rowCount(), kTapeRowLimit);
+    for (int row = 0; row < kTapeRowLimit; ++row) {
+        QCOMPARE(tape->rows().at(row).price, expected.at(row).price);
+        QCOMPARE(model->index(row, 3).data().toString(), expected.at(row).side);
+        QCOMPARE(model->index(row, 2).data().toString(), tapeSizeText(expected.at(row).size));
+    }
+    QCOMPARE(model->index(0, 3).data().toString(), QStringLiteral("Buy")); // trade 4999: 4999 % 3
+    QCOMPARE(model->index(0, 0).data(Qt::ForegroundRole).value<QBrush>().color().name(),
+             QStringLiteral("#20c878"));
+    QCOMPARE(model->index(1, 3).data().toString(), QStringLiteral("Sell"));
+    QCOMPARE(model->index(1, 0).data(Qt::ForegroundRole).value<QBrush>().color().name(),
+             QStringLiteral("#f45d5d"));
+    qInfo("5000 trades handled in %lld ms with %lld table updates", handled, qint64(redraws));
+}
+
+void StreamsTest::quoteTapeFollowsTheSelectedQuote()
+{
+    auto window = startWindow("PETR4.SA,VALE3.SA");
+    TapePanel *tape = window->tapePanel();
+    QCOMPARE(tape->title(), QStringLiteral("QUOTE TAPE  PETR4.SA  delayed fallback"));
+    QCOMPARE(tape->rows().size(), 0); // no price yet: no "Selected" row
+    window->updateMarketRow(QStringLiteral("PETR4.SA"), 36.5, -0.5, QStringLiteral("BrAPI"),
+                            QStringLiteral("120 ms"), QStringLiteral("free/delayed"));
+    window->updateMarketRow(QStringLiteral("VALE3.SA"), 60, 1, QStringLiteral("BrAPI"),
+                            QStringLiteral("120 ms"), QStringLiteral("free/delayed"));
+    QCOMPARE(tape->rows().size(), 1);
+    QCOMPARE(tape->rows().at(0).side, QStringLiteral("Quote  BrAPI free/delayed"));
+    QCOMPARE(tape->rows().at(0).color, QStringLiteral("#f45d5d"));
+
+    // The quote filter reads the start of the text; a minimum size drops sizeless quote rows.
+    auto *side = tape->findChild<QComboBox *>(QStringLiteral("tapeSideFilter"));
+    side->setCurrentIndex(side->findData(QStringLiteral("quote")));
+    window->updateMarketRow(QStringLiteral("PETR4.SA"), 36.6, 0, QStringLiteral("BrAPI"),
+                            QStringLiteral("90 ms"), QStringLiteral("free/delayed"));
+    QCOMPARE(tape->rows().size(), 2);
+    QCOMPARE(tape->rows().at(0).color, QStringLiteral("#20c878"));
+    side->setCurrentIndex(side->findData(QStringLiteral("buy")));
+    window->updateMarketRow(QStringLiteral("PETR4.SA"), 36.7, 0, QStringLiteral("BrAPI"),
+                            QStringLiteral("90 ms"), QStringLiteral("free/delayed"));
+    QCOMPARE(tape->rows().size(), 2); // filters act on new rows only
+    side->setCurrentIndex(side->findData(QStringLiteral("all")));
+    tape->findChild<QDoubleSpinBox *>(QStringLiteral("tapeMinimumSize"))->setValue(1);
+    window->updateMarketRow(QStringLiteral("PETR4.SA"), 36.8, 0, QStringLiteral("BrAPI"),
+                            QStringLiteral("90 ms"), QStringLiteral("free/delayed"));
+    QCOMPARE(tape->rows().size(), 2);
+
+    // A switch starts the new symbol's tape with its "Selected" row; the side filter keeps its
+    // choice through a language change.
+    tape->findChild<QDoubleSpinBox *>(QStringLiteral("tapeMinimumSize"))->setValue(0);
+    side->setCurrentIndex(side->findData(QStringLiteral("quote")));
+    window->setLanguage(QStringLiteral("pt_BR"));
+    QCOMPARE(side->currentData().toString(), QStringLiteral("quote"));
+    QCOMPARE(side->currentText(), QStringLiteral("Cotação"));
+    window->marketTable()->selectRow(1);
+    QCOMPARE(tape->rows().size(), 1);
+    QCOMPARE(tape->rows().at(0).side, QStringLiteral("Cotação  Selecionado"));
+    QCOMPARE(tape->title(), QStringLiteral("FITA DE COTAÇÕES  VALE3.SA  alternativa com atraso"));
+}
+
+void StreamsTest::cryptoUniverseJoinsTheCompleter()
+{
+    m_provider.setReply("/api/v3/exchangeInfo", FakeReply::json(R"({"timezone":"UTC","symbols":[
+        {"symbol":"SOLUSDT","status":"TRADING","baseAsset":"SOL","quoteAsset":"USDT"},
+        {"symbol":"SOLBTC","status":"TRADING","baseAsset":"SOL","quoteAsset":"BTC"},
+        {"symbol":"LUNAUSDT","status":"BREAK","baseAsset":"LUNA","quoteAsset":"USDT"},
+        {"symbol":"PEPEUSDT","status":"TRADING","baseAsset":"PEPE","quoteAsset":"USDT","opoAllowed":true}]})"));
+    auto window = startWindow("AAPL");
+    QTRY_VERIFY(logged(*window, QStringLiteral("Crypto universe loaded: 2 Binance USDT pairs")));
+    QCOMPARE(window->cryptoBaseAssets(), (QStringList{"SOL", "PEPE"}));
+    const QStringList entries =
+            qobject_cast<QStringListModel *>(
+                    window->findChild<QLineEdit *>("tickerSearch")->completer()->model())
+                    ->stringList();
+    QVERIFY(entries.join('|').contains(QStringLiteral("PEPEUSDT")));
+    QVERIFY(!entries.join('|').contains(QStringLiteral("LUNAUSDT")));
+    m_provider.setReply("/api/v3/exchangeInfo", FakeReply::json("{}", 451));
+}
+
+QTEST_MAIN(StreamsTest)
+#include "tst_streams.moc"

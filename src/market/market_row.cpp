@@ -123,6 +123,20 @@ QString formatMarketNumber(double value)
     return QString::number(value, 'f', std::abs(value) >= 1000 ? 2 : 4);
 }
 
+QString formatLargeAmount(double value)
+{
+    if (!std::isfinite(value))
+        return QStringLiteral("--");
+    const double magnitude = std::abs(value);
+    if (magnitude >= 1e9)
+        return QStringLiteral("%1B").arg(value / 1e9, 0, 'f', 2);
+    if (magnitude >= 1e6)
+        return QStringLiteral("%1M").arg(value / 1e6, 0, 'f', 2);
+    if (magnitude >= 1e3)
+        return QStringLiteral("%1K").arg(value / 1e3, 0, 'f', 2);
+    return formatMarketNumber(value);
+}
+
 QString formatChangePercent(double changePercent)
 {
     if (!std::isfinite(changePercent))

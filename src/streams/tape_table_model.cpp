@@ -4,6 +4,8 @@
 
 #include <QBrush>
 #include <QColor>
+#include <QFont>
+#include <QFontDatabase>
 
 #include <cmath>
 
@@ -87,6 +89,15 @@ QVariant TapeTableModel::data(const QModelIndex &index, int role) const
         if (index.column() == SizeColumn)
             return std::isfinite(row.size) ? row.size : 0.0;
         return {};
+    case Qt::FontRole: {
+        // Fixed-width digits line prices and sizes up; the theme's sheet sets no cell fonts.
+        static const QFont font = [] {
+            QFont fixed = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+            fixed.setPixelSize(12);
+            return fixed;
+        }();
+        return font;
+    }
     case Qt::ForegroundRole:
         return row.color.isEmpty() ? QVariant() : QVariant(QBrush(QColor(row.color)));
     case Qt::TextAlignmentRole:

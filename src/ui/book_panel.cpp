@@ -25,15 +25,37 @@ constexpr int kTileMinimumWidth = 40;
 constexpr int kPresetButtonMinimumWidth = 36;
 constexpr double kMaximumStep = 1e7;
 
+// The step box shows as many decimals as the step needs: 50, 0.5, 0.00001.
+class StepSpinBox : public QDoubleSpinBox
+{
+public:
+    using QDoubleSpinBox::QDoubleSpinBox;
+
+    QString textFromValue(double value) const override
+    {
+        QString text = locale().toString(value, 'f', decimals());
+        const QChar point = locale().decimalPoint().at(0);
+        if (text.contains(point)) {
+            while (text.endsWith(QLatin1Char('0')))
+                text.chop(1);
+            if (text.endsWith(point))
+                text.chop(1);
+        }
+        return text;
+    }
+};
+
 QTableWidget *createBookTable(QWidget *parent, const char *name)
 {
     auto *table = new QTableWidget(0, 3, parent);
     table->setObjectName(QLatin1String(name));
     table->verticalHeader()->setVisible(false);
     table->verticalHeader()->setDefaultSectionSize(20);
-    table->horizontalHeader()->setStretchLastSection(true);
+    // Every column stretches, the last one included, so the three share the width evenly (a
+    // stretched last section on its own keeps the default section size as its floor).
     table->horizontalHeader()->setSectionResizeMode(QHeaderView::Stretch);
     table->horizontalHeader()->setHighlightSections(false);
+    table->horizontalHeader()->setMinimumSectionSize(24); // the stretch shares a narrow width
     table->setSelectionMode(QAbstractItemView::NoSelection);
     table->setEditTriggers(QAbstractItemView::NoEditTriggers);
     table->setFocusPolicy(Qt::NoFocus);
@@ -77,6 +99,10 @@ BookPanel::BookPanel(QWidget *parent)
     , m_renderer(new FrameRenderer(this, [this] { drawLadder(); }))
 {
     setObjectName(QStringLiteral("bookPanel"));
+    // A narrow side pane holds two ladders: a compact fixed font keeps prices whole and aligned
+    // (set on the cells, where the theme's style sheet leaves it alone).
+    m_cellFont = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+    m_cellFont.setPixelSize(11);
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(6, 4, 6, 6);
     layout->setSpacing(4);
@@ -84,7 +110,8 @@ BookPanel::BookPanel(QWidget *parent)
     m_title = new QLabel(this);
     m_title->setObjectName(QStringLiteral("panelTitle"));
     m_title->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    m_title->setMinimumWidth(1); // a long title is cut, never widens the tab
+    m_title->setMinimumWidth(1); // a long title wraps, never widens the tab
+    m_title->setWordWrap(true);
     layout->addWidget(m_title);
 
     auto *tiles = new QHBoxLayout;
@@ -111,10 +138,10 @@ BookPanel::BookPanel(QWidget *parent)
     m_stepLabel = new QLabel(this);
     m_stepLabel->setObjectName(QStringLiteral("subPanelTitle"));
     steps->addWidget(m_stepLabel);
-    m_stepBox = new QDoubleSpinBox(this);
+    m_stepBox = new StepSpinBox(this);
     m_stepBox->setObjectName(QStringLiteral("bookStep"));
     m_stepBox->setRange(0, kMaximumStep);
-    m_stepBox->setDecimals(8);
+    m_stepBox->setDecimals(10); // a tight step on a pair priced in millionths
     m_stepBox->setSingleStep(0.01);
     m_stepBox->setAccelerated(true);
     m_stepBox->setMinimumWidth(72);
@@ -147,18 +174,16 @@ BookPanel::BookPanel(QWidget *parent)
         emit stepEdited(value);
     });
 
-    auto *tables = new QGridLayout;
-    tables->setHorizontalSpacing(6);
-    tables->setVerticalSpacing(2);
+    m_tablesLayout = new QGridLayout;
+    m_tablesLayout->setHorizontalSpacing(6);
+    m_tablesLayout->setVerticalSpacing(2);
     for (int i = 0; i < 2; ++i) {
         m_tableTitles[i] = new QLabel(this);
         m_tableTitles[i]->setObjectName(QStringLiteral("subPanelTitle"));
-        tables->addWidget(m_tableTitles[i], 0, i);
         m_tables[i] = createBookTable(this, i == 0 ? "bookAskTable" : "bookBidTable");
-        tables->addWidget(m_tables[i], 1, i);
     }
-    tables->setRowStretch(1, 1);
-    layout->addLayout(tables, 1);
+    layout->addLayout(m_tablesLayout, 1);
+    arrangeTables();
 
     reset(QString());
     retranslate();
@@ -284,6 +309,7 @@ void BookPanel::fillTable(QTableWidget *table, const QList<QStringList> &rows, c
             QTableWidgetItem *cell = table->item(row, column);
             if (!cell) {
                 cell = new QTableWidgetItem;
+                cell->setFont(m_cellFont);
                 cell->setTextAlignment(column == 0 && color.isEmpty()
                                                ? Qt::AlignLeft | Qt::AlignVCenter
                                                : Qt::AlignRight | Qt::AlignVCenter);
@@ -306,7 +332,34 @@ void BookPanel::setView(View view)
         table->setRowCount(0); // cells of the other view keep no alignment of theirs
         table->clearContents();
     }
+    arrangeTables();
     retranslate();
+}
+
+void BookPanel::arrangeTables()
+{
+    // Two ladders side by side, asks left and bids right; the QUOTE and STATS tables carry words
+    // and times, so they take the whole width one above the other.
+    for (int i = 0; i < 2; ++i) {
+        m_tablesLayout->removeWidget(m_tableTitles[i]);
+        m_tablesLayout->removeWidget(m_tables[i]);
+    }
+    for (int row = 0; row < 4; ++row)
+        m_tablesLayout->setRowStretch(row, 0);
+    if (m_view == View::Depth) {
+        for (int i = 0; i < 2; ++i) {
+            m_tablesLayout->addWidget(m_tableTitles[i], 0, i);
+            m_tablesLayout->addWidget(m_tables[i], 1, i);
+        }
+        m_tablesLayout->setRowStretch(1, 1);
+    } else {
+        for (int i = 0; i < 2; ++i) {
+            m_tablesLayout->addWidget(m_tableTitles[i], 2 * i, 0, 1, 2);
+            m_tablesLayout->addWidget(m_tables[i], 2 * i + 1, 0, 1, 2);
+        }
+        m_tablesLayout->setRowStretch(1, 6); // six QUOTE rows, five STATS rows
+        m_tablesLayout->setRowStretch(3, 5);
+    }
 }
 
 double BookPanel::step() const

@@ -2,6 +2,7 @@
 
 #include "streams/order_book.h"
 
+#include <QFont>
 #include <QHash>
 #include <QKeySequence>
 #include <QList>
@@ -9,6 +10,7 @@
 
 class FrameRenderer;
 class QDoubleSpinBox;
+class QGridLayout;
 class QLabel;
 class QPushButton;
 class QTableWidget;
@@ -80,6 +82,7 @@ protected:
 
 private:
     void setView(View view);
+    void arrangeTables();
     void retranslate();
     void drawLadder();
     void setTile(int index, const MetricTile &tile);
@@ -87,6 +90,7 @@ private:
 
     View m_view = View::Depth;
     QString m_theme = QStringLiteral("coffee_dark");
+    QFont m_cellFont;
     QString m_activePreset;
     BookMetrics m_metrics;
     bool m_hasMetrics = false;
@@ -105,6 +109,7 @@ private:
     QLabel *m_stepLabel;
     QDoubleSpinBox *m_stepBox;
     QList<QPushButton *> m_presetButtons; // raw, tight, normal, wide
+    QGridLayout *m_tablesLayout;
     QLabel *m_tableTitles[2];
     QTableWidget *m_tables[2]; // asks or QUOTE on the left, bids or STATS on the right
 };

@@ -178,9 +178,9 @@ void MainWindow::fillQuoteStatsTables(const QString &symbol)
     QString volume = QStringLiteral("--");
     if (const auto series = m_localPriceSeries.constFind(symbol);
         series != m_localPriceSeries.constEnd() && !series->isEmpty())
-        volume = formatMarketNumber(series->constLast().volume);
+        volume = formatLargeAmount(series->constLast().volume);
     else if (quote != m_lastQuotes.constEnd() && std::isfinite(quote->volume))
-        volume = formatMarketNumber(quote->volume);
+        volume = formatLargeAmount(quote->volume);
     const QList<BookFallbackRow> statsRows{
             {translated(QStringLiteral("Volume"), QStringLiteral("Volume")), volume, source},
             {translated(QStringLiteral("Latency"), QStringLiteral("Latência")), text(LatencyColumn),

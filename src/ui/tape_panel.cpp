@@ -59,7 +59,6 @@ TapePanel::TapePanel(QWidget *parent)
     m_table->setFocusPolicy(Qt::NoFocus);
     m_table->setAlternatingRowColors(true);
     m_table->setWordWrap(false);
-    m_table->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
     m_table->setColumnWidth(TapeTableModel::TimeColumn, 70);
     m_table->setColumnWidth(TapeTableModel::PriceColumn, 90);
     m_table->setColumnWidth(TapeTableModel::SizeColumn, 90);

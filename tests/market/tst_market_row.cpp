@@ -37,26 +37,42 @@ void MarketRowTest::numbersKeepTheirDecimals_data()
     QTest::addColumn<double>("value");
     QTest::addColumn<QString>("number");
     QTest::addColumn<QString>("change");
+    QTest::addColumn<QString>("amount");
     const double nan = std::numeric_limits<double>::quiet_NaN();
     const double inf = std::numeric_limits<double>::infinity();
     QTest::newRow("just below 1000") << 999.99 << "999.9900"
-                                     << "999.99%";
+                                     << "999.99%"
+                                     << "999.9900";
     QTest::newRow("999.5") << 999.5 << "999.5000"
-                           << "999.50%";
+                           << "999.50%"
+                           << "999.5000";
     QTest::newRow("1000") << 1000.0 << "1000.00"
-                          << "1000.00%";
+                          << "1000.00%"
+                          << "1.00K";
     QTest::newRow("large") << 82574.255 << "82574.26"
-                           << "82574.26%";
+                           << "82574.26%"
+                           << "82.57K";
     QTest::newRow("negative large") << -1000.0 << "-1000.00"
-                                    << "-1000.00%";
+                                    << "-1000.00%"
+                                    << "-1.00K";
     QTest::newRow("small") << 0.00012 << "0.0001"
-                           << "0.00%";
+                           << "0.00%"
+                           << "0.0001";
     QTest::newRow("negative change") << -0.4 << "-0.4000"
-                                     << "-0.40%";
+                                     << "-0.40%"
+                                     << "-0.4000";
     QTest::newRow("NaN") << nan << "--"
+                         << "--"
                          << "--";
     QTest::newRow("infinite") << inf << "--"
+                              << "--"
                               << "--";
+    QTest::newRow("volume") << 45976053.0 << "45976053.00"
+                            << "45976053.00%"
+                            << "45.98M";
+    QTest::newRow("turnover") << 1635793874.5 << "1635793874.50"
+                              << "1635793874.50%"
+                              << "1.64B";
 }
 
 void MarketRowTest::numbersKeepTheirDecimals()
@@ -64,8 +80,10 @@ void MarketRowTest::numbersKeepTheirDecimals()
     QFETCH(double, value);
     QFETCH(QString, number);
     QFETCH(QString, change);
+    QFETCH(QString, amount);
     QCOMPARE(formatMarketNumber(value), number);
     QCOMPARE(formatChangePercent(value), change);
+    QCOMPARE(formatLargeAmount(value), amount);
 }
 
 void MarketRowTest::changeCellsAreColouredByDirection_data()

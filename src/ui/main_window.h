@@ -222,6 +222,8 @@ private:
     // The QUOTE and STATS tables and the metrics of a symbol's watchlist row.
     void fillQuoteStatsTables(const QString &symbol);
     void applySavedBookPreset();
+    // The selected symbol's last price, NaN while it has none.
+    double selectedReferencePrice() const;
     void setBookStep(double step);
     void setBookTitle(const QString &title);
     void setTapeTitle(const QString &title);
@@ -264,6 +266,7 @@ private:
     QString m_savedBookPreset;
     // The saved preset was applied before the symbol had a price; the first depth gives one.
     bool m_bookStepAwaitsPrice = false;
+    double m_bookMiddlePrice = qQNaN(); // of the last usable depth of the book symbol
     quint64 m_usLevel1Generation = 0;
     bool m_marketDataStarted = false;
     bool m_closeConfirmed = false;

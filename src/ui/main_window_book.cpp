@@ -48,6 +48,7 @@ void MainWindow::resetBook(const QString &title)
 {
     m_depthPending = false;
     m_depthValid = false;
+    m_bookMiddlePrice = qQNaN();
     m_book->reset(title);
 }
 
@@ -63,15 +64,10 @@ void MainWindow::showDepth(const DepthSides &sides, bool fromSnapshot)
                                           QStringLiteral("profundidade da Binance insuficiente"))));
         return;
     }
-    if (m_bookStepAwaitsPrice) {
-        // The preset was applied before the pair had a price: the book's middle gives one now.
-        const BookMetrics metrics = depthMetrics(sides);
-        if (metrics.quoteOk()) {
-            m_bookStepAwaitsPrice = false;
-            setBookStep(::stepOfPreset(m_savedBookPreset, (metrics.bestBid + metrics.bestAsk) / 2));
-            refreshPresetButtons();
-        }
-    }
+    if (const BookMetrics metrics = depthMetrics(sides); metrics.quoteOk())
+        m_bookMiddlePrice = (metrics.bestBid + metrics.bestAsk) / 2;
+    if (m_bookStepAwaitsPrice)
+        applySavedBookPreset(); // the book's middle is the first price this symbol has
     m_book->showLadder(sides);
     if (fromSnapshot)
         setBookTitle(panelTitleText(
@@ -281,15 +277,21 @@ void MainWindow::showUsLevel1Fallback(const QString &symbol, const QString &reas
                     });
 }
 
-double MainWindow::stepOfPreset(const QString &presetId) const
+double MainWindow::selectedReferencePrice() const
 {
     const QString symbol = m_marketTable->selectedSymbol();
-    double price = m_lastQuotes.value(symbol).price;
-    if (!std::isfinite(price) || price <= 0) {
-        const QList<Candle> bars = m_localPriceSeries.value(symbol);
-        price = bars.isEmpty() ? qQNaN() : bars.constLast().close;
-    }
-    return ::stepOfPreset(presetId, price);
+    const double price = m_lastQuotes.value(symbol).price;
+    if (std::isfinite(price) && price > 0)
+        return price;
+    const QList<Candle> bars = m_localPriceSeries.value(symbol);
+    if (!bars.isEmpty())
+        return bars.constLast().close;
+    return symbol == m_bookSymbol ? m_bookMiddlePrice : qQNaN();
+}
+
+double MainWindow::stepOfPreset(const QString &presetId) const
+{
+    return ::stepOfPreset(presetId, selectedReferencePrice());
 }
 
 QString MainWindow::stepSuffix() const
@@ -315,26 +317,22 @@ void MainWindow::setBookStep(double step)
 
 void MainWindow::applyBookPreset(const QString &mode)
 {
-    const QString id = bookPresetIds().contains(mode) ? mode : QStringLiteral("normal");
-    m_savedBookPreset = id;
-    const QString symbol = m_marketTable->selectedSymbol();
-    m_bookStepAwaitsPrice = id != QLatin1String("raw") && !(m_lastQuotes.value(symbol).price > 0) &&
-                            m_localPriceSeries.value(symbol).isEmpty();
-    setBookStep(stepOfPreset(id));
-    refreshPresetButtons();
+    m_savedBookPreset = bookPresetIds().contains(mode) ? mode : QStringLiteral("normal");
+    applySavedBookPreset();
     scheduleSettingsSave();
 }
 
 void MainWindow::applySavedBookPreset()
 {
-    // The saved preset follows the new symbol's price; without one the step stays as the user set
-    // it.
+    // The saved preset follows the symbol's price. A symbol without a price yet keeps the step it
+    // has, and the preset is applied when the first price arrives (a quote or the book's middle):
+    // a step made from no price would bucket nothing.
+    m_bookStepAwaitsPrice = false;
     if (!m_savedBookPreset.isEmpty()) {
-        const QString symbol = m_marketTable->selectedSymbol();
-        m_bookStepAwaitsPrice = m_savedBookPreset != QLatin1String("raw") &&
-                                !(m_lastQuotes.value(symbol).price > 0) &&
-                                m_localPriceSeries.value(symbol).isEmpty();
-        setBookStep(stepOfPreset(m_savedBookPreset));
+        if (m_savedBookPreset == QLatin1String("raw") || std::isfinite(selectedReferencePrice()))
+            setBookStep(stepOfPreset(m_savedBookPreset));
+        else
+            m_bookStepAwaitsPrice = true;
     }
     refreshPresetButtons();
 }

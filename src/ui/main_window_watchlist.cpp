@@ -93,6 +93,8 @@ void MainWindow::updateMarketRow(const QString &symbol, double price, double cha
     if (symbol == m_tapeSymbol && !m_tapeLive)
         addQuoteTapeRow(symbol, price, changePercent, source, {localizedStatusWord(status)});
     if (symbol == m_marketTable->selectedSymbol()) {
+        if (m_bookStepAwaitsPrice)
+            applySavedBookPreset();
         updateChartLastCandle(symbol, price);
         const AssetClass assetClass = assetClassOf(symbol);
         if (assetClass == AssetClass::BrEquity)

@@ -19,6 +19,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPlainTextEdit>
+#include <QPushButton>
 #include <QSignalSpy>
 #include <QStringListModel>
 #include <QTableView>
@@ -115,6 +116,7 @@ private slots:
     void selectingAPairOpensItsDepthAndTradesOnce();
     void depthFramesDecideLadderOrFallback_data();
     void depthFramesDecideLadderOrFallback();
+    void presetStepFollowsThePriceOfTheSymbol();
     void snapshotOfASymbolSwitchedAwayIsDiscarded();
     void depthStreamEndsInFallbackWithoutAValidFrame();
     void otherClassesGetTheirFallbacks_data();
@@ -377,6 +379,57 @@ void StreamsTest::depthFramesDecideLadderOrFallback()
     QTRY_COMPARE(shownFirstAsk(), QStringLiteral("51.0000"));
     QVERIFY(window->isDepthValid());
     QCOMPARE(book->view(), BookPanel::View::Depth);
+}
+
+void StreamsTest::presetStepFollowsThePriceOfTheSymbol()
+{
+    m_folders->writeFile(m_folders->expectedConfigFolder() + "/local.json",
+                         R"({"book_step":0.25,"book_preset":"normal"})");
+    auto window = startWindow("BTCUSDT,ETHUSDT");
+    BookPanel *book = window->bookPanel();
+    auto *stepBox = book->findChild<QDoubleSpinBox *>(QStringLiteral("bookStep"));
+    auto checked = [book] {
+        QStringList ids;
+        for (const QPushButton *button : book->findChildren<QPushButton *>("bookPresetButton")) {
+            if (button->isChecked())
+                ids << button->property("bookPreset").toString();
+        }
+        return ids;
+    };
+    // No price yet: the stored step stays, and nothing is bucketed by a step made of no price.
+    QCOMPARE(book->step(), 0.25);
+    QTRY_COMPARE(window->tickerSocket()->state(), QAbstractSocket::ConnectedState);
+    m_server.sendTextTo(kTicker.left(16), tickerFrame("BTCUSDT", "65000.00", "1.0"));
+    QTRY_COMPARE(book->step(), 50.0);
+    QCOMPARE(checked(), QStringList{"normal"});
+    QTRY_COMPARE(window->depthSocket()->state(), QAbstractSocket::ConnectedState);
+    m_server.sendTextTo(kDepth, depthFrame("BTCUSDT", levels(6, 65000, -1), levels(6, 65001, 1)));
+    QTRY_VERIFY(book->title().endsWith(QStringLiteral("  Step 50.00")));
+
+    const auto buttons = book->findChildren<QPushButton *>("bookPresetButton");
+    QCOMPARE(buttons.last()->toolTip(), QStringLiteral("Wide (Ctrl+4)"));
+    QTest::mouseClick(buttons.last(), Qt::LeftButton);
+    QCOMPARE(book->step(), 200.0); // 65000 x 0.0025 = 162.5, up to 200
+    QCOMPARE(checked(), QStringList{"wide"});
+
+    // ETH gets the saved preset at its own price once it has one (here, the book's middle).
+    window->marketTable()->selectRow(1);
+    QCOMPARE(book->step(), 200.0);
+    QTRY_VERIFY(m_server.requestedPaths().contains("/stream?streams=ethusdt@depth20@100ms"));
+    QTRY_COMPARE(window->depthSocket()->state(), QAbstractSocket::ConnectedState);
+    m_server.sendTextTo("/stream?streams=ethusdt@depth",
+                        depthFrame("ETHUSDT", levels(6, 2500, -1), levels(6, 2501, 1)));
+    QTRY_COMPARE(book->step(), 10.0); // 2500.5 x 0.0025 = 6.25, up to 10
+    QCOMPARE(checked(), QStringList{"wide"});
+
+    // A step typed by hand belongs to no preset, and a restart keeps it.
+    stepBox->setValue(3);
+    QCOMPARE(checked(), QStringList{});
+    window->saveLocalSettings();
+    window.reset();
+    MainWindow again;
+    QCOMPARE(again.bookPanel()->step(), 3.0);
+    QCOMPARE(again.savedBookPreset(), QString());
 }
 
 void StreamsTest::snapshotOfASymbolSwitchedAwayIsDiscarded()

@@ -360,6 +360,10 @@ void BookPanel::arrangeTables()
         m_tablesLayout->setRowStretch(1, 6); // six QUOTE rows, five STATS rows
         m_tablesLayout->setRowStretch(3, 5);
     }
+    // Field names are short; values and sources take the rest.
+    for (QTableWidget *table : m_tables)
+        table->horizontalHeader()->setSectionResizeMode(
+                0, m_view == View::Depth ? QHeaderView::Stretch : QHeaderView::ResizeToContents);
 }
 
 double BookPanel::step() const

@@ -256,6 +256,7 @@ private:
     QWebSocket *m_tickerSocket = nullptr;
     QWebSocket *m_depthSocket = nullptr;
     QWebSocket *m_tradeSocket = nullptr;
+    QStringList m_tickerStreamSymbols; // in the order of the open ticker stream
     QString m_bookSymbol;
     bool m_depthPending = false;
     bool m_depthValid = false;

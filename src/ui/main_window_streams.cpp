@@ -122,10 +122,26 @@ void MainWindow::rebuildTickerStream()
 {
     if (!m_marketDataStarted)
         return;
-    const QStringList symbols = cryptoRowSymbols();
+    QStringList symbols = cryptoRowSymbols();
     if (symbols.isEmpty()) {
         closeOnPurpose(m_tickerSocket);
+        m_tickerStreamSymbols.clear();
         return;
+    }
+    if (m_marketTable->isSortingEnabled()) {
+        // A sorted table moves rows with every quote; only a manual order is the watchlist's
+        // order, so sorting alone never re-opens the stream: the pairs it already carries keep
+        // their places and new ones follow.
+        QStringList ordered;
+        for (const QString &symbol : std::as_const(m_tickerStreamSymbols)) {
+            if (symbols.contains(symbol))
+                ordered << symbol;
+        }
+        for (const QString &symbol : std::as_const(symbols)) {
+            if (!ordered.contains(symbol))
+                ordered << symbol;
+        }
+        symbols = ordered;
     }
     const QUrl url = binanceTickerStreamUrl(symbols);
     // An unchanged watchlist never reconnects, nor interrupts a connection on its way up.
@@ -136,6 +152,7 @@ void MainWindow::rebuildTickerStream()
         return;
     closeOnPurpose(m_tickerSocket);
     setCryptoRowsStatus(QStringLiteral("ws connecting"));
+    m_tickerStreamSymbols = symbols;
     m_tickerSocket->open(url);
 }
 

@@ -200,8 +200,18 @@ void StreamsTest::tickerStreamFollowsTheCryptoRows()
     QTest::qWait(50);
     QCOMPARE(tickerPaths().size(), 2);
 
+    // Sorting moves rows, not the watchlist's order: the stream stays.
+    window->updateMarketRow("BTCUSDT", 80000, 5, "Binance WS", "stream", "realtime");
+    window->updateMarketRow("ETHUSDT", 3000, 1, "Binance WS", "stream", "realtime");
+    window->marketTable()->sortItems(ChangeColumn, Qt::AscendingOrder);
+    window->marketTable()->setSortingEnabled(true);
+    QCOMPARE(window->marketTable()->symbols(), (QStringList{"AAPL", "ETHUSDT", "BTCUSDT"}));
+    window->refreshMarketQuotes();
+    QTest::qWait(50);
+    QCOMPARE(tickerPaths().size(), 2);
+
     // A new order is a new stream list, taken up by the next cycle.
-    window->moveMarketRow(2, 1);
+    window->moveMarketRow(1, 0);
     window->refreshMarketQuotes();
     QTRY_COMPARE(tickerPaths().value(2),
                  QStringLiteral("/stream?streams=ethusdt@ticker/btcusdt@ticker"));

@@ -60,10 +60,14 @@ QString fetcherUnavailableText()
 
 QString quoteQualityForProvider(const QString &providerId)
 {
-    return providerId.startsWith(QLatin1String("yahoo")) ||
-                           providerId == QLatin1String("brapi_public")
-                   ? QStringLiteral("free/delayed")
-                   : QStringLiteral("key/delayed");
+    // Yahoo's steps carry market suffixes ("yahoo_us", "yahoo_fx"); the rest are table ids.
+    if (providerId.startsWith(QLatin1String("yahoo")))
+        return QStringLiteral("free/delayed");
+    for (const ProviderEntry &entry : providerTable()) {
+        if (QLatin1String(entry.id) == providerId)
+            return entry.isPublic ? QStringLiteral("free/delayed") : QStringLiteral("key/delayed");
+    }
+    return QStringLiteral("key/delayed");
 }
 
 QuoteRouter::QuoteRouter(QNetworkAccessManager &network, QuoteRouterHost &host, KeyLookup keys,

@@ -99,8 +99,8 @@ void MainWindow::updateMarketRow(const QString &symbol, double price, double cha
         const AssetClass assetClass = assetClassOf(symbol);
         if (assetClass == AssetClass::BrEquity)
             refreshB3BookNotice(symbol);
-        else if (assetClass == AssetClass::UsEquity || assetClass == AssetClass::Forex)
-            refreshSymbolDetailsTable(symbol);
+        else
+            refreshSymbolDetailsTable(symbol); // a crypto book in fallback follows REST quotes too
     }
     refreshWatchlistMovers();
 }

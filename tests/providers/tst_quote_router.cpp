@@ -358,6 +358,13 @@ void QuoteRouterTest::cryptoFailureRespectsTheStream()
     m_router->refreshQuote("BTCUSDT");
     QTRY_COMPARE(m_host.statuses.last(), QString("BTCUSDT=all providers failed"));
     QVERIFY(m_host.messages.isEmpty());
+
+    // The public REST quote that covers a dropped stream is a free one.
+    m_provider.setReply("/api/v3/ticker/24hr",
+                        FakeReply::json(providerData("binance_ticker_24hr_ethusdt.json")));
+    m_router->fetchCryptoHttpQuote("ETHUSDT");
+    QTRY_COMPARE(m_host.updates.size(), 1);
+    QCOMPARE(m_host.updates.first().status, QString("free/delayed"));
 }
 
 void QuoteRouterTest::watchlistBatchFillsKnownRows()

@@ -122,6 +122,7 @@ private slots:
     void otherClassesGetTheirFallbacks_data();
     void otherClassesGetTheirFallbacks();
     void keyedLevelOneQuoteFillsTheSnapshot();
+    void levelTwoDepthShowsFiveLevelsOrFallsBack();
     void tradeBurstGivesTheRowsOneByOneWould();
     void quoteTapeFollowsTheSelectedQuote();
     void cryptoUniverseJoinsTheCompleter();
@@ -184,9 +185,9 @@ void StreamsTest::tickerStreamFollowsTheCryptoRows()
     auto *search = window->findChild<QLineEdit *>(QStringLiteral("tickerSearch"));
     search->setText(QStringLiteral("btc"));
     QTest::keyClick(search, Qt::Key_Return);
+    QCOMPARE(cell(window->marketTable(), 1, StatusColumn), QStringLiteral("ws connecting"));
     QTRY_COMPARE(tickerPaths(), QStringList{kTicker});
     QTRY_COMPARE(window->tickerSocket()->state(), QAbstractSocket::ConnectedState);
-    QCOMPARE(cell(window->marketTable(), 1, StatusColumn), QStringLiteral("ws connecting"));
 
     search->setText(QStringLiteral("ETHUSDT"));
     QTest::keyClick(search, Qt::Key_Return);
@@ -444,24 +445,43 @@ void StreamsTest::presetStepFollowsThePriceOfTheSymbol()
 
 void StreamsTest::snapshotOfASymbolSwitchedAwayIsDiscarded()
 {
-    m_provider.queueReply(
-            "/api/v3/depth",
-            FakeReply::json(QStringLiteral(R"({"lastUpdateId":1,"bids":%1,"asks":%2})")
-                                    .arg(levels(8, 100, -1), levels(8, 101, 1))
-                                    .toUtf8()));
-    m_provider.queueReply("/api/v3/depth",
-                          FakeReply{.body = R"({"bids":[],"asks":[]})", .delayMs = 300});
+    // Replies are set per stage rather than queued: Qt sends a request again when its connection
+    // closes first, and a queued reply would then go to the wrong request.
+    m_provider.setReply("/api/v3/depth",
+                        FakeReply::json(QStringLiteral(R"({"lastUpdateId":1,"bids":%1,"asks":%2})")
+                                                .arg(levels(8, 100, -1), levels(8, 101, 1))
+                                                .toUtf8()));
     auto window = startWindow("BTCUSDT,ETHUSDT");
     BookPanel *book = window->bookPanel();
-    QTRY_COMPARE(book->title(), QStringLiteral("ORDER BOOK  BTCUSDT  snapshot"));
-    book->flushPendingDraw();
-    QCOMPARE(cell(book->askTable(), 0, 0), QStringLiteral("101.0000"));
+    const auto firstAsk = [book] {
+        book->flushPendingDraw();
+        return cell(book->askTable(), 0, 0);
+    };
+    // The title says "snapshot" until the stream connects and says "live", whichever comes first.
+    QTRY_COMPARE(firstAsk(), QStringLiteral("101.0000"));
+    QVERIFY(window->isDepthValid());
+    QVERIFY(book->title() == QStringLiteral("ORDER BOOK  BTCUSDT  snapshot") ||
+            book->title() == QStringLiteral("ORDER BOOK  BTCUSDT  live"));
 
     // ETH's snapshot is slow; the user goes back to BTC before it lands.
+    m_provider.setReply("/api/v3/depth",
+                        FakeReply{.body = R"({"bids":[],"asks":[]})", .delayMs = 300});
+    const auto asked = [this](const char *symbol) {
+        for (const RecordedRequest &request : m_provider.requests()) {
+            if (request.path == "/api/v3/depth" &&
+                request.queryItem("symbol") == QLatin1String(symbol))
+                return true;
+        }
+        return false;
+    };
+    m_provider.clearRequests();
     window->marketTable()->selectRow(1);
     QCOMPARE(window->bookSymbol(), QStringLiteral("ETHUSDT"));
+    QTRY_VERIFY(asked("ETHUSDT"));
+    m_provider.setReply("/api/v3/depth", FakeReply{.mode = FakeReply::Mode::NoAnswer});
     window->marketTable()->selectRow(0);
     QTRY_COMPARE(window->depthSocket()->state(), QAbstractSocket::ConnectedState);
+    QTRY_VERIFY(asked("BTCUSDT"));
     QTest::qWait(400);
     QCOMPARE(window->bookSymbol(), QStringLiteral("BTCUSDT"));
     QVERIFY(!book->title().contains(QStringLiteral("insufficient")));
@@ -469,8 +489,7 @@ void StreamsTest::snapshotOfASymbolSwitchedAwayIsDiscarded()
     // A frame of the pair switched away from is dropped too.
     m_server.sendText(depthFrame("ETHUSDT", levels(10, 10, -1), levels(10, 11, 1)));
     QTest::qWait(30);
-    book->flushPendingDraw();
-    QVERIFY(!cell(book->askTable(), 0, 0).startsWith(QStringLiteral("11.")));
+    QVERIFY(!firstAsk().startsWith(QStringLiteral("11.")));
 }
 
 void StreamsTest::depthStreamEndsInFallbackWithoutAValidFrame()
@@ -553,6 +572,31 @@ void StreamsTest::keyedLevelOneQuoteFillsTheSnapshot()
     QCOMPARE(window->bookPanel()->metricLabels().at(0)->text(), QStringLiteral("BID\n175.4200"));
     QCOMPARE(window->bookPanel()->metricLabels().at(1)->text(), QStringLiteral("ASK\n175.4200"));
     m_provider.setReply("/api/v1/quote", FakeReply::json(R"({"error":"no scripted reply"})", 404));
+}
+
+void StreamsTest::levelTwoDepthShowsFiveLevelsOrFallsBack()
+{
+    auto window = startWindow("AAPL");
+    BookPanel *book = window->bookPanel();
+    Level2Book levels;
+    for (int i = 0; i < 5; ++i) {
+        levels.bids.append({100.0 - i * 0.01, 300.0, i + 1});
+        levels.asks.append({100.01 + i * 0.01, 200.0, i + 1});
+    }
+    window->showLevel2Depth(levels, QStringLiteral("US: Level 2 (5 levels)  AAPL"));
+    QVERIFY(window->isDepthValid());
+    // Imbalance over all five levels: (1500 - 1000) / 2500.
+    QVERIFY(book->title().startsWith(QStringLiteral(
+            "US: Level 2 (5 levels)  AAPL  Spread 0.0100  Mid 100.0050  Imb 20.0%")));
+    book->flushPendingDraw();
+    QCOMPARE(book->askTable()->rowCount(), 5);
+    QCOMPARE(cell(book->askTable(), 4, 2), QStringLiteral("1000.0000")); // sizes with 4 decimals
+
+    levels.asks.removeLast();
+    window->showLevel2Depth(levels, QStringLiteral("US: Level 2 (5 levels)  AAPL"));
+    QVERIFY(!window->isDepthValid());
+    QCOMPARE(book->title(), QStringLiteral("QUOTE SNAPSHOT  AAPL  depth below 5 levels"));
+    QCOMPARE(book->view(), BookPanel::View::Fallback);
 }
 
 void StreamsTest::tradeBurstGivesTheRowsOneByOneWould()

@@ -45,13 +45,6 @@ double metaNumber(const QJsonObject &meta, const char *key)
     return value.isDouble() ? value.toDouble() : kNaN;
 }
 
-// Floor division, so that a bucket always starts at or before its bars.
-qint64 bucketOf(qint64 seconds, qint64 length)
-{
-    const qint64 quotient = seconds / length;
-    return seconds % length < 0 ? quotient - 1 : quotient;
-}
-
 } // namespace
 
 QList<Candle> readBinanceKlines(const QByteArray &body)
@@ -106,7 +99,9 @@ YahooChartReply readYahooChart(const QByteArray &body)
         reply.price = reply.candles.last().close;
     if (std::isfinite(reply.previousClose) &&
         std::abs(reply.previousClose) > kSmallestPreviousClose) {
-        reply.changePercent = (reply.price - reply.previousClose) / reply.previousClose * 100.0;
+        const double change = (reply.price - reply.previousClose) / reply.previousClose * 100.0;
+        // A price near the largest double over a tiny previous close overflows: no change then.
+        reply.changePercent = std::isfinite(change) ? change : kNaN;
     }
     return reply;
 }
@@ -142,7 +137,8 @@ QList<Candle> mergeHourBars(const QList<Candle> &candles, int hours)
     bool hasOpen = false;
     for (const Candle &candle : candles) {
         const qint64 seconds = isMillisecondTime(candle.time) ? candle.time / 1000 : candle.time;
-        const qint64 bucket = bucketOf(seconds, length);
+        // Truncating division keeps bucket * length within the range of the time itself.
+        const qint64 bucket = seconds / length;
         if (hasOpen && bucket == openBucket) {
             open.high = std::max(open.high, candle.high);
             open.low = std::min(open.low, candle.low);

@@ -69,6 +69,7 @@ HttpResponse brapiQuoteReply(const MarketContext &market, const HttpRequest &req
 HttpResponse binanceTickerReply(const MarketContext &market, const HttpRequest &request);
 HttpResponse binanceExchangeInfoReply(const MarketContext &market, const HttpRequest &request);
 HttpResponse binanceDepthReply(const MarketContext &market, const HttpRequest &request);
+HttpResponse binanceKlinesReply(const MarketContext &market, const HttpRequest &request);
 
 // The keyed services
 HttpResponse finnhubQuoteReply(const MarketContext &market, const HttpRequest &request);

@@ -25,6 +25,7 @@ constexpr Route kRoutes[] = {
         {"/api/v3/ticker/24hr", false, "binance", binanceTickerReply},
         {"/api/v3/exchangeInfo", false, "binance", binanceExchangeInfoReply},
         {"/api/v3/depth", false, "binance", binanceDepthReply},
+        {"/api/v3/klines", false, "binance", binanceKlinesReply},
         {"/api/v1/quote", false, "finnhub", finnhubQuoteReply},
         {"/quote", false, "twelvedata", twelveDataQuoteReply},
         {"/api/v3/quote/", true, "fmp", fmpQuoteReply},

@@ -24,14 +24,16 @@ QByteArray brapiHistory(const MarketContext &market, const Instrument &instrumen
                         const QString &range, const QString &interval)
 {
     const QList<qint64> openings = barOpenings(range, interval, market.now());
+    const bool intraday = isIntradayInterval(interval);
     QList<QByteArray> rows;
     for (qsizetype i = 0; i < openings.size(); ++i) {
+        const bool last = i + 1 == openings.size();
         const qint64 from = market.walk.stepOf(openings.at(i));
-        const qint64 to =
-                i + 1 < openings.size() ? market.walk.stepOf(openings.at(i + 1)) : market.step;
+        const qint64 to = last ? market.step : market.walk.stepOf(openings.at(i + 1));
         const PriceBar bar = market.walk.bar(instrument.symbol, from, std::max(from, to));
+        // The day (or month) in progress is stamped with the moment of the reply, not its start.
         rows.append(OrderedJson()
-                            .integer("date", openings.at(i))
+                            .integer("date", last && !intraday ? market.now() : openings.at(i))
                             .number("open", bar.open, 2)
                             .number("high", bar.high, 2)
                             .number("low", bar.low, 2)

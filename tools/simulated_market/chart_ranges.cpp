@@ -65,6 +65,12 @@ const QStringList &chartRanges()
     return ranges;
 }
 
+bool isIntradayInterval(const QString &interval)
+{
+    const qint64 seconds = fixedIntervalSeconds(interval);
+    return seconds > 0 && seconds < kDay;
+}
+
 QList<qint64> barOpenings(const QString &range, const QString &interval, qint64 now)
 {
     const qint64 start = rangeStart(range, now);

@@ -10,8 +10,13 @@
 
 namespace {
 
-// About one bar in 150 carries no trades: Yahoo writes null at its index in every array.
+// About one bar in 150 carries no trades, and one more somewhere inside every series: Yahoo writes
+// null at its index in every array.
 constexpr quint64 kEmptyBarOdds = 150;
+
+// An index Yahoo knows that answers every chart request with an empty series: no `timestamp` and
+// `indicators.quote` = [{}], as Yahoo does for symbols it holds no bars of.
+constexpr char kSymbolWithoutBars[] = "^RUT";
 
 HttpResponse chartError(int status, const char *code, const QString &description)
 {
@@ -67,19 +72,31 @@ struct ChartBars
 };
 
 ChartBars chartBars(const MarketContext &market, const Instrument &instrument,
-                    const QList<qint64> &openings)
+                    const QList<qint64> &openings, bool intraday)
 {
     const int decimals = priceDecimals(instrument);
     const quint64 key = mix64(market.walk.seed(), textHash(instrument.symbol));
+    const qsizetype count = openings.size();
+    const qsizetype quietBar =
+            count > 3 ? 1 + qsizetype(mix64(key, quint64(count)) % (count - 2)) : -1;
     ChartBars bars;
-    for (qsizetype i = 0; i < openings.size(); ++i) {
+    for (qsizetype i = 0; i < count; ++i) {
         bars.timestamps.append(json::integer(openings.at(i)));
-        const bool last = i + 1 == openings.size();
-        if (!last && openings.size() > 2 &&
-            mix64(key, quint64(openings.at(i))) % kEmptyBarOdds == 0) {
+        const bool last = i + 1 == count;
+        if (i == quietBar ||
+            (!last && count > 2 && mix64(key, quint64(openings.at(i))) % kEmptyBarOdds == 0)) {
             for (QList<QByteArray> *values :
                  {&bars.open, &bars.high, &bars.low, &bars.close, &bars.volume})
                 values->append(json::kNull);
+            continue;
+        }
+        if (last && intraday) {
+            // Yahoo's live bar: the price of the moment on all four, and no volume yet.
+            const QByteArray price =
+                    barPrice(market.walk.price(instrument.symbol, market.step), decimals);
+            for (QList<QByteArray> *values : {&bars.open, &bars.high, &bars.low, &bars.close})
+                values->append(price);
+            bars.volume.append(json::integer(0));
             continue;
         }
         const qint64 from = market.walk.stepOf(openings.at(i));
@@ -140,7 +157,13 @@ QByteArray chartResult(const MarketContext &market, const Instrument &instrument
                     .raw("validRanges", json::stringArray(chartRanges()))
                     .toJson();
 
-    const ChartBars bars = chartBars(market, instrument, openings);
+    if (instrument.symbol == QLatin1String(kSymbolWithoutBars)) {
+        return OrderedJson()
+                .raw("meta", meta)
+                .raw("indicators", OrderedJson().raw("quote", "[{}]").toJson())
+                .toJson();
+    }
+    const ChartBars bars = chartBars(market, instrument, openings, isIntradayInterval(interval));
     const QByteArray quote = OrderedJson()
                                      .raw("open", json::array(bars.open))
                                      .raw("high", json::array(bars.high))

@@ -1,4 +1,5 @@
 #include "app/endpoints.h"
+#include "chart/candle_history.h"
 #include "market/symbols.h"
 #include "providers/data_fetcher.h"
 #include "providers/provider_requests.h"
@@ -170,6 +171,11 @@ private slots:
     void exchangeInfoListsPairsToFilter();
     void depthSnapshot_data();
     void depthSnapshot();
+    void klines_data();
+    void klines();
+    void chartSeries_data();
+    void chartSeries();
+    void historyWithoutBarsAndFromBrapi();
     void streamsCarryEachKindInTheRealShape();
     void subscribeMessagesChangeTheStreams();
     void tradeRateSwingsBetweenQuietAndBursts();
@@ -613,6 +619,131 @@ void SimulatedMarketTest::depthSnapshot()
     const PriceWalk &walk = m_market->prices();
     QVERIFY(std::abs(price(asks, 0) - binancePrice(walk, *pair, walk.currentStep())) <=
             pair->tickSize());
+}
+
+void SimulatedMarketTest::klines_data()
+{
+    QTest::addColumn<QString>("query");
+    QTest::addColumn<int>("status");
+    QTest::addColumn<int>("bars");       // or the error's code
+    QTest::addColumn<qint64>("seconds"); // of a bar; 0: a calendar month
+
+    // clang-format off
+    QTest::newRow("minutes") << "symbol=BTCUSDT&interval=1m&limit=180" << 200 << 180 << qint64(60);
+    QTest::newRow("four hours") << "symbol=ethusdt&interval=4h&limit=180" << 200 << 180 << qint64(14400);
+    QTest::newRow("500 unless asked") << "symbol=SOLUSDT&interval=1d" << 200 << 500 << qint64(86400);
+    QTest::newRow("months, at most 1000") << "symbol=ETHBTC&interval=1M&limit=4000" << 200 << 1000 << qint64(0);
+    QTest::newRow("halted pair") << "symbol=BTCUPUSDT&interval=1h" << 200 << 0 << qint64(0);
+    QTest::newRow("unknown symbol") << "symbol=NOPEUSDT&interval=1h" << 400 << -1121 << qint64(0);
+    QTest::newRow("an hour is not 1H") << "symbol=BTCUSDT&interval=1H" << 400 << -1120 << qint64(0);
+    // clang-format on
+}
+
+void SimulatedMarketTest::klines()
+{
+    QFETCH(QString, query);
+    QFETCH(int, bars);
+    QFETCH(qint64, seconds);
+
+    const Reply reply = get("/api/v3/klines?" + query);
+    QTEST(reply.status, "status");
+    const QJsonArray klines = QJsonDocument::fromJson(reply.body).array();
+    const QList<Candle> candles = readBinanceKlines(reply.body);
+    if (reply.status != 200) {
+        QCOMPARE(QJsonDocument::fromJson(reply.body)["code"].toInt(), bars);
+        return;
+    }
+    QCOMPARE(klines.size(), bars);
+    QCOMPARE(candles.size(), bars); // every bar drawable
+    for (qsizetype i = 0; i < klines.size(); ++i) {
+        const QJsonArray kline = klines[i].toArray();
+        QCOMPARE(kline.size(), 12);
+        QVERIFY(kline[0].isDouble() && kline[6].isDouble() && kline[8].isDouble());
+        for (const int index : {1, 2, 3, 4, 5, 7, 9, 10})
+            QVERIFY(hasEightDecimals(kline[index]));
+        const qint64 endMs = kline[6].toInteger() + 1;
+        QVERIFY(seconds == 0 || endMs - candles.at(i).time == seconds * 1000);
+        // Each bar opens where the one before closed; the last one is still open.
+        if (i + 1 < klines.size())
+            QCOMPARE(klines[i + 1][0].toInteger(), endMs);
+        else
+            QVERIFY(candles.at(i).time <= m_nowMs && m_nowMs < endMs);
+    }
+    if (bars == 0)
+        return;
+    const BinancePair *pair = m_market->binance().find(QUrlQuery(query).queryItemValue("symbol"));
+    const PriceWalk &walk = m_market->prices();
+    QVERIFY(std::abs(candles.last().close - binancePrice(walk, *pair, walk.currentStep())) <=
+            pair->tickSize());
+}
+
+void SimulatedMarketTest::chartSeries_data()
+{
+    QTest::addColumn<QString>("interval");
+    QTest::addColumn<QString>("range");
+    QTest::addColumn<int>("days"); // the series covers at least these
+
+    // clang-format off
+    QTest::newRow("1m over 1d") << "1m" << "1d" << 0;
+    QTest::newRow("5m over 5d") << "5m" << "5d" << 4;
+    QTest::newRow("15m over 5d") << "15m" << "5d" << 4;
+    QTest::newRow("30m over 1mo") << "30m" << "1mo" << 27;
+    QTest::newRow("1h over 3mo") << "1h" << "3mo" << 88;
+    QTest::newRow("1d over 1y") << "1d" << "1y" << 364;
+    QTest::newRow("1mo over 5y") << "1mo" << "5y" << 58 * 30;
+    // clang-format on
+}
+
+void SimulatedMarketTest::chartSeries()
+{
+    QFETCH(QString, interval);
+    QFETCH(QString, range);
+    QFETCH(int, days);
+
+    const Reply reply = get(yahooChartRequest("AAPL", interval, range));
+    const QJsonObject result = QJsonDocument::fromJson(reply.body)["chart"]["result"][0].toObject();
+    const QJsonArray times = result["timestamp"].toArray();
+    const QJsonObject quote = result["indicators"]["quote"][0].toObject();
+    QVERIFY(times.last().toInteger() - times.first().toInteger() > qint64(days) * 86400 + 3600);
+    // A bar without trades is null in every array, and never the last one.
+    int empty = 0;
+    for (qsizetype i = 0; i < times.size(); ++i) {
+        int nulls = 0;
+        for (const char *key : {"open", "high", "low", "close", "volume"}) {
+            QCOMPARE(quote[key].toArray().size(), times.size());
+            nulls += quote[key][i].isNull();
+        }
+        QVERIFY(nulls == 0 || (nulls == 5 && i + 1 < times.size()));
+        empty += nulls / 5;
+    }
+    QVERIFY(empty >= 1);
+    const YahooChartReply chart = readYahooChart(reply.body);
+    QCOMPARE(chart.candles.size(), times.size() - empty);
+    const PriceWalk &walk = m_market->prices();
+    QVERIFY(std::abs(chart.price / walk.price("AAPL", walk.currentStep()) - 1.0) < 1e-3);
+    // Within the day, the last bar is the price of the moment without volume, as Yahoo sends it.
+    const Candle live = chart.candles.last();
+    const bool intraday = interval != "1d" && interval != "1mo";
+    QCOMPARE(live.open == live.close && live.high == live.low && live.volume == 0.0, intraday);
+}
+
+void SimulatedMarketTest::historyWithoutBarsAndFromBrapi()
+{
+    // One index has a price but no bars, whatever is asked.
+    const Reply reply = get(yahooChartRequest("^RUT", "1h", "3mo"));
+    const QJsonObject result = QJsonDocument::fromJson(reply.body)["chart"]["result"][0].toObject();
+    QVERIFY(!result.contains("timestamp"));
+    QCOMPARE(result["indicators"]["quote"], QJsonArray({QJsonObject()}));
+    const YahooChartReply chart = readYahooChart(reply.body);
+    QVERIFY(chart.hasResult && chart.candles.isEmpty() && chart.price > 0.0);
+
+    const BrapiHistoryReply history =
+            readBrapiHistory(get(brapiQuoteRequest("PETR4.SA", {}, "1mo", "1d")).body);
+    QVERIFY(history.hasResult && history.candles.size() >= 28);
+    for (qsizetype i = 1; i < history.candles.size(); ++i)
+        QVERIFY(history.candles.at(i).time > history.candles.at(i - 1).time);
+    // In seconds, the day in progress stamped with the moment of the reply.
+    QCOMPARE(history.candles.last().time, m_nowMs / 1000);
 }
 
 void SimulatedMarketTest::streamsCarryEachKindInTheRealShape()

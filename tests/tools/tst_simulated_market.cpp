@@ -627,15 +627,17 @@ void SimulatedMarketTest::klines_data()
     QTest::addColumn<int>("status");
     QTest::addColumn<int>("bars");       // or the error's code
     QTest::addColumn<qint64>("seconds"); // of a bar; 0: a calendar month
+    QTest::addColumn<QString>("fault");  // on Binance
 
     // clang-format off
-    QTest::newRow("minutes") << "symbol=BTCUSDT&interval=1m&limit=180" << 200 << 180 << qint64(60);
-    QTest::newRow("four hours") << "symbol=ethusdt&interval=4h&limit=180" << 200 << 180 << qint64(14400);
-    QTest::newRow("500 unless asked") << "symbol=SOLUSDT&interval=1d" << 200 << 500 << qint64(86400);
-    QTest::newRow("months, at most 1000") << "symbol=ETHBTC&interval=1M&limit=4000" << 200 << 1000 << qint64(0);
-    QTest::newRow("halted pair") << "symbol=BTCUPUSDT&interval=1h" << 200 << 0 << qint64(0);
-    QTest::newRow("unknown symbol") << "symbol=NOPEUSDT&interval=1h" << 400 << -1121 << qint64(0);
-    QTest::newRow("an hour is not 1H") << "symbol=BTCUSDT&interval=1H" << 400 << -1120 << qint64(0);
+    QTest::newRow("minutes") << "symbol=BTCUSDT&interval=1m&limit=180" << 200 << 180 << qint64(60) << "none";
+    QTest::newRow("four hours") << "symbol=ethusdt&interval=4h&limit=180" << 200 << 180 << qint64(14400) << "none";
+    QTest::newRow("500 unless asked") << "symbol=SOLUSDT&interval=1d" << 200 << 500 << qint64(86400) << "none";
+    QTest::newRow("months, at most 1000") << "symbol=ETHBTC&interval=1M&limit=4000" << 200 << 1000 << qint64(0) << "none";
+    QTest::newRow("halted pair") << "symbol=BTCUPUSDT&interval=1h" << 200 << 0 << qint64(0) << "none";
+    QTest::newRow("unknown symbol") << "symbol=NOPEUSDT&interval=1h" << 400 << -1121 << qint64(0) << "none";
+    QTest::newRow("an hour is not 1H") << "symbol=BTCUSDT&interval=1H" << 400 << -1120 << qint64(0) << "none";
+    QTest::newRow("rate limited") << "symbol=BTCUSDT&interval=1h" << 429 << -1003 << qint64(0) << "429";
     // clang-format on
 }
 
@@ -644,7 +646,9 @@ void SimulatedMarketTest::klines()
     QFETCH(QString, query);
     QFETCH(int, bars);
     QFETCH(qint64, seconds);
+    QFETCH(QString, fault);
 
+    QCOMPARE(m_market->applyFault("binance=" + fault), QString());
     const Reply reply = get("/api/v3/klines?" + query);
     QTEST(reply.status, "status");
     const QJsonArray klines = QJsonDocument::fromJson(reply.body).array();

@@ -5,6 +5,7 @@
 
 #include <QPainter>
 #include <QPainterPath>
+#include <QPolygonF>
 
 #include <algorithm>
 #include <cmath>
@@ -43,27 +44,59 @@ const QColor kVwapColor(0xd5, 0x6b, 0xff);
 
 constexpr double kVolumeStripHeight = 34.0;
 
+// Points that share a pixel column are reduced to their first, lowest, highest and last: the
+// stroke covers the same pixels, and thousands of candles in a few hundred columns stay cheap.
+QPolygonF byPixelColumn(const QPolygonF &points)
+{
+    QPolygonF reduced;
+    reduced.reserve(std::min<qsizetype>(points.size(), 4 * 2048));
+    qsizetype i = 0;
+    while (i < points.size()) {
+        const double column = std::floor(points.at(i).x());
+        qsizetype next = i;
+        qsizetype lowest = i;
+        qsizetype highest = i;
+        while (next < points.size() && std::floor(points.at(next).x()) == column) {
+            if (points.at(next).y() < points.at(lowest).y())
+                lowest = next;
+            if (points.at(next).y() > points.at(highest).y())
+                highest = next;
+            ++next;
+        }
+        const qsizetype picks[] = {i, std::min(lowest, highest), std::max(lowest, highest),
+                                   next - 1};
+        qsizetype previous = -1;
+        for (const qsizetype pick : picks) {
+            if (pick != previous)
+                reduced.append(points.at(pick));
+            previous = pick;
+        }
+        i = next;
+    }
+    return reduced;
+}
+
 // One path over the visible part of a series, broken where the series has no value.
 QPainterPath seriesPath(const IndicatorSeries &series, qint64 first, qint64 last,
                         const std::function<double(qint64)> &x,
                         const std::function<double(double)> &y)
 {
     QPainterPath path;
-    bool drawing = false;
+    QPolygonF run;
+    const auto flush = [&] {
+        if (!run.isEmpty())
+            path.addPolygon(byPixelColumn(run));
+        run.clear();
+    };
     const qint64 end = std::min<qint64>(last, series.size() - 1);
     for (qint64 i = std::max<qint64>(first, 0); i <= end; ++i) {
         const double value = series.at(i);
-        if (!std::isfinite(value)) {
-            drawing = false;
-            continue;
-        }
-        const QPointF point(x(i), y(value));
-        if (drawing)
-            path.lineTo(point);
+        if (std::isfinite(value))
+            run.append(QPointF(x(i), y(value)));
         else
-            path.moveTo(point);
-        drawing = true;
+            flush();
     }
+    flush();
     return path;
 }
 
@@ -140,19 +173,30 @@ void PriceChart::paintEvent(QPaintEvent *)
 void PriceChart::paintPrice(QPainter &painter, const ChartGeometry &g) const
 {
     if (m_style == 1) {
+        // Batched by colour: thousands of visible candles cost two calls per colour, not two each.
         const double bodyWidth = std::clamp(g.slotWidth() * 0.62, 2.0, 12.0);
+        QList<QLineF> wicks[2];
+        QList<QRectF> bodies[2];
         for (qint64 i = g.first; i <= g.last; ++i) {
             const Candle &candle = m_candles.at(i);
-            const QColor color = candle.close >= candle.open ? kUpColor : kDownColor;
+            const int side = candle.close >= candle.open ? 0 : 1;
             const double x = g.slotCentre(i);
-            painter.setPen(QPen(color, 1.2));
-            painter.drawLine(QPointF(x, g.priceY(candle.high)), QPointF(x, g.priceY(candle.low)));
+            wicks[side].append(QLineF(x, g.priceY(candle.high), x, g.priceY(candle.low)));
             const double openY = g.priceY(candle.open);
             const double closeY = g.priceY(candle.close);
-            const double top = std::min(openY, closeY);
             const double bodyHeight = std::max(std::abs(closeY - openY), 1.0);
-            painter.fillRect(QRectF(x - bodyWidth / 2, top, bodyWidth, bodyHeight), color);
+            bodies[side].append(
+                    QRectF(x - bodyWidth / 2, std::min(openY, closeY), bodyWidth, bodyHeight));
         }
+        for (int side = 0; side < 2; ++side) {
+            const QColor color = side == 0 ? kUpColor : kDownColor;
+            painter.setPen(QPen(color, 1.2));
+            painter.drawLines(wicks[side]);
+            painter.setPen(Qt::NoPen);
+            painter.setBrush(color);
+            painter.drawRects(bodies[side]);
+        }
+        painter.setBrush(Qt::NoBrush);
         return;
     }
     if (g.visibleCount() == 1) {
@@ -163,14 +207,14 @@ void PriceChart::paintPrice(QPainter &painter, const ChartGeometry &g) const
         painter.setBrush(Qt::NoBrush);
         return;
     }
-    QPainterPath path;
-    path.moveTo(g.indexX(g.first), g.priceY(m_candles.at(g.first).close));
-    for (qint64 i = g.first + 1; i <= g.last; ++i)
-        path.lineTo(g.indexX(i), g.priceY(m_candles.at(i).close));
+    QPolygonF closes;
+    closes.reserve(g.visibleCount());
+    for (qint64 i = g.first; i <= g.last; ++i)
+        closes.append(QPointF(g.indexX(i), g.priceY(m_candles.at(i).close)));
     const bool up = m_candles.at(g.last).close >= m_candles.at(g.first).close;
     painter.setPen(QPen(up ? kUpColor : kDownColor, 2));
     painter.setBrush(Qt::NoBrush);
-    painter.drawPath(path);
+    painter.drawPolyline(byPixelColumn(closes));
 }
 
 void PriceChart::paintOverlays(QPainter &painter, const ChartGeometry &g) const
@@ -318,15 +362,20 @@ void PriceChart::paintVolume(QPainter &painter, const ChartGeometry &g) const
     if (!(maxVolume > 0))
         return;
     const double barWidth = std::clamp(g.slotWidth() * 0.62, 1.0, 10.0);
-    const QColor up(32, 200, 120, 120);
-    const QColor down(244, 93, 93, 120);
+    QList<QRectF> bars[2]; // up, down
     for (qint64 i = g.first; i <= g.last; ++i) {
         const Candle &candle = m_candles.at(i);
         const double barHeight = std::max(candle.volume / maxVolume * kVolumeStripHeight, 1.0);
-        painter.fillRect(QRectF(g.slotCentre(i) - barWidth / 2, g.volume.bottom() - barHeight,
-                                barWidth, barHeight),
-                         candle.close >= candle.open ? up : down);
+        bars[candle.close >= candle.open ? 0 : 1].append(QRectF(g.slotCentre(i) - barWidth / 2,
+                                                                g.volume.bottom() - barHeight,
+                                                                barWidth, barHeight));
     }
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(QColor(32, 200, 120, 120));
+    painter.drawRects(bars[0]);
+    painter.setBrush(QColor(244, 93, 93, 120));
+    painter.drawRects(bars[1]);
+    painter.setBrush(Qt::NoBrush);
     painter.setPen(colors.text);
     painter.drawText(QRectF(g.volume.left() + 4, g.volume.top() + 2, 180, 14),
                      Qt::AlignLeft | Qt::AlignVCenter,

@@ -129,7 +129,8 @@ QMenu *PriceChart::createContextMenu(const QPoint &pos)
         return action;
     };
 
-    const int hit = m_candles.size() >= 3 ? drawingAt(pos) : -1;
+    // Without candles no drawing is painted, so none can be under the mouse.
+    const int hit = m_candles.isEmpty() ? -1 : drawingAt(pos);
     if (hit >= 0) {
         // The menu does not block, so each entry checks the drawing is still there.
         const bool locked = m_drawings.at(hit).locked;

@@ -180,6 +180,11 @@ WorkspaceValues readWorkspaceValues(const QJsonObject &document, const QStringLi
     if (step.isDouble() && std::isfinite(step.toDouble()) && step.toDouble() >= 0 &&
         step.toDouble() <= kLargestBookStep)
         values.bookStep = step.toDouble();
+    if (const QJsonValue indicators = document.value(QStringLiteral("indicators"));
+        indicators.isObject())
+        values.indicators = indicators.toObject();
+    if (const QJsonValue drawings = document.value(QStringLiteral("drawings")); drawings.isObject())
+        values.drawings = drawings.toObject();
     values.bookPreset = acceptedText(document.value(QStringLiteral("book_preset")),
                                      {QStringLiteral("raw"), QStringLiteral("tight"),
                                       QStringLiteral("normal"), QStringLiteral("wide")});
@@ -210,6 +215,8 @@ QJsonObject workspaceValuesToJson(const WorkspaceValues &values)
             {QStringLiteral("workspace_splitter_sizes"), sizes(values.workspaceSplitterSizes)},
             {QStringLiteral("book_step"), values.bookStep.value_or(0.0)},
             {QStringLiteral("book_preset"), values.bookPreset.value_or(QString())},
+            {QStringLiteral("indicators"), values.indicators.value_or(QJsonObject())},
+            {QStringLiteral("drawings"), values.drawings.value_or(QJsonObject())},
     };
 }
 

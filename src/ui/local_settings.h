@@ -40,10 +40,12 @@ struct WorkspaceValues
     QByteArray windowGeometry;             // as the toolkit saves it
     std::optional<QSet<int>> hiddenColumns;
     std::optional<ShortcutOverrides> shortcuts;
-    QList<int> leftSplitterSizes;      // market table, chart, console
-    QList<int> workspaceSplitterSizes; // left column, side tabs
-    std::optional<double> bookStep;    // the order book's price step, 0 for raw levels
-    std::optional<QString> bookPreset; // raw, tight, normal or wide
+    QList<int> leftSplitterSizes;          // market table, chart, console
+    QList<int> workspaceSplitterSizes;     // left column, side tabs
+    std::optional<double> bookStep;        // the order book's price step, 0 for raw levels
+    std::optional<QString> bookPreset;     // raw, tight, normal or wide
+    std::optional<QJsonObject> indicators; // the chart's indicator settings
+    std::optional<QJsonObject> drawings;   // "SYMBOL|timeframe" -> drawings of that chart
 };
 
 // `timeframes` are the entries the chart's timeframe selector offers, matched case-sensitively.

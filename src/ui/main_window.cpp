@@ -3,6 +3,7 @@
 #include "app/identity.h"
 #include "app/language.h"
 #include "app/startup_log.h"
+#include "chart/price_chart.h"
 #include "chart/timeframe.h"
 #include "ui/bilingual.h"
 #include "ui/book_panel.h"
@@ -190,6 +191,7 @@ MainWindow::MainWindow(QWidget *parent)
     setupQuoteRouting();
     connectSignals();
     connectStreams();
+    connectChart();
     connect(m_book, &BookPanel::presetClicked, this, &MainWindow::applyBookPreset);
     connect(m_book, &BookPanel::stepEdited, this, [this] {
         // A step typed by hand is nobody's preset until it matches one.
@@ -391,12 +393,9 @@ QWidget *MainWindow::createChartPanel()
 
     layout->addWidget(createChartToolbar(panel));
 
-    m_chartArea = new QLabel(panel);
-    m_chartArea->setObjectName(QStringLiteral("chartArea"));
-    bindText(m_chartArea, QStringLiteral("Select a symbol"), QStringLiteral("Selecione um ativo"));
-    m_chartArea->setAlignment(Qt::AlignCenter);
-    m_chartArea->setMinimumHeight(120);
-    layout->addWidget(m_chartArea, 1);
+    m_chart = new PriceChart(panel);
+    m_chart->setObjectName(QStringLiteral("priceChart"));
+    layout->addWidget(m_chart, 1);
     return panel;
 }
 
@@ -443,14 +442,8 @@ QWidget *MainWindow::createChartToolbar(QWidget *panel)
         button->setCheckable(tool.checkable);
         button->setAutoExclusive(tool.checkable);
         button->setFocusPolicy(Qt::NoFocus);
-        const QString id = QString::fromLatin1(tool.id);
-        if (tool.checkable)
-            connect(button, &QPushButton::toggled, this, [this, id](bool on) {
-                if (on)
-                    m_chartTool = id;
-            });
         layout->addWidget(button);
-        m_chartToolButtons.insert(id, button);
+        m_chartToolButtons.insert(QString::fromLatin1(tool.id), button);
     }
     m_chartToolButtons.value(QStringLiteral("select"))->setChecked(true);
     layout->addStretch(1);
@@ -542,8 +535,6 @@ void MainWindow::connectSignals()
         logEvent(translated(QStringLiteral("Symbol column cannot be hidden"),
                             QStringLiteral("A coluna Símbolo não pode ser ocultada")));
     });
-    connect(m_chartToolButtons.value(QStringLiteral("reset")), &QPushButton::clicked, this,
-            [this] { statusBar()->showMessage(QStringLiteral("Chart zoom reset")); });
 
     connect(m_logoutAction, &QAction::triggered, this, &MainWindow::logout);
     connect(m_saveWorkspaceAction, &QAction::triggered, this, &MainWindow::saveWorkspaceSnapshot);

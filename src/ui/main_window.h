@@ -32,6 +32,7 @@ class QStringListModel;
 class QTabWidget;
 class QTimer;
 class QWebSocket;
+class PriceChart;
 struct ProviderReply;
 class TapePanel;
 class QuoteHeader;
@@ -134,6 +135,16 @@ public:
     // Bars made from the ticker stream, per symbol, oldest first.
     const QHash<QString, QList<Candle>> &localPriceSeries() const { return m_localPriceSeries; }
 
+    // The price chart and the candle history behind it.
+    PriceChart *priceChart() const { return m_chart; }
+    QList<Candle> storedCandles(const QString &symbol) const { return m_candleCache.value(symbol); }
+    const QJsonObject &drawingsStore() const { return m_drawingsStore; }
+    void requestBinanceKlines(const QString &symbol);
+    void requestYahooChart(const QString &symbol, bool report);
+    void requestBrapiHistory(const QString &symbol, bool withToken);
+    // Klines again for every crypto row (the watchlist refresh).
+    void refreshCryptoKlines();
+
     // The order book panel.
     BookPanel *bookPanel() const { return m_book; }
     void resetBook(const QString &title);
@@ -202,6 +213,16 @@ private:
     void refreshNews();
     void refreshAlertHistoryTable();
     void restoreSession();
+
+    void connectChart();
+    void loadChartSymbol(const QString &symbol);
+    void requestHistory(const QString &symbol);
+    void storeCandles(const QString &symbol, const QList<Candle> &candles);
+    // The table's candle and indicator columns, the tooltip and, for the selection, the chart.
+    void refreshCandleColumns(const QString &symbol);
+    void writeCandleColumns(int row, const QString &symbol);
+    void refreshChart();
+    void chartSettingsChanged();
 
     void createStreams();
     void connectStreams();
@@ -276,7 +297,8 @@ private:
     QHash<QString, QList<Candle>> m_candleCache;
     QString m_chartMode = QStringLiteral("line");
     QString m_chartTimeframe = QStringLiteral("1m");
-    QString m_chartTool = QStringLiteral("select");
+    QJsonObject m_drawingsStore;   // "SYMBOL|timeframe" -> drawings
+    double m_usdBrlRate = qQNaN(); // from the BRL=X chart, for conversions
 
     QMenu *m_viewMenu = nullptr;
     QAction *m_logoutAction = nullptr;
@@ -302,7 +324,7 @@ private:
     QuoteHeader *m_quoteHeader = nullptr;
     QuoteLog *m_quoteLog = nullptr;
     QPlainTextEdit *m_eventConsole = nullptr;
-    QLabel *m_chartArea = nullptr; // where the price chart goes
+    PriceChart *m_chart = nullptr;
     QComboBox *m_chartModeSelector = nullptr;
     QComboBox *m_timeframeSelector = nullptr;
     QHash<QString, QPushButton *> m_chartToolButtons; // select, reset, hline, vline, trend

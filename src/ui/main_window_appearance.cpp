@@ -1,5 +1,6 @@
 // Language, theme and shortcuts.
 #include "app/language.h"
+#include "chart/price_chart.h"
 #include "market/market_row.h"
 #include "ui/bilingual.h"
 #include "ui/book_panel.h"
@@ -57,6 +58,7 @@ void MainWindow::updateThemedWidgets()
     // The price chart and the movers mosaic paint their own colours and take the flag when they
     // arrive; the change cells keep their fixed gain and loss colours in both themes.
     m_book->applyTheme(m_theme);
+    m_chart->setLightTheme(isLightTheme(m_theme));
 }
 
 QKeySequence MainWindow::configuredShortcut(const QString &id) const
@@ -88,6 +90,7 @@ void MainWindow::applyConfiguredShortcuts()
     for (QShortcut *shortcut : std::as_const(m_bookShortcuts))
         shortcut->setKey(configuredShortcut(shortcut->objectName()));
     refreshPresetButtons(); // their tooltips name the keys
+    m_chart->setResetZoomShortcut(configuredShortcut(QStringLiteral("chart_reset")));
 }
 
 void MainWindow::showShortcutsDialog()

@@ -34,6 +34,7 @@ void MainWindow::startMarketData()
         refreshFxTicker();
     rebuildTickerStream();
     switchBookSymbol();
+    loadChartSymbol(m_marketTable->selectedSymbol());
     m_quoteTimer->start();
     m_watchlistTimer->start();
     m_newsTimer->start();
@@ -70,6 +71,7 @@ void MainWindow::refreshMarketQuotes()
 void MainWindow::refreshWatchlistBatch()
 {
     m_quoteRouter->refreshWatchlistBatch(m_marketTable->symbols());
+    refreshCryptoKlines();
 }
 
 void MainWindow::refreshFxTicker()

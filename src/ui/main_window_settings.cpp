@@ -2,6 +2,8 @@
 #include "app/atomic_file.h"
 #include "app/language.h"
 #include "app/paths.h"
+#include "chart/indicators.h"
+#include "chart/price_chart.h"
 #include "chart/timeframe.h"
 #include "ui/book_panel.h"
 #include "ui/main_window.h"
@@ -54,6 +56,8 @@ WorkspaceValues MainWindow::currentWorkspaceValues() const
     values.bookStep = m_book->step();
     if (!m_savedBookPreset.isEmpty())
         values.bookPreset = m_savedBookPreset;
+    values.indicators = m_chart->indicatorSettings().toJson();
+    values.drawings = m_drawingsStore;
     return values;
 }
 
@@ -85,6 +89,16 @@ void MainWindow::storeWorkspaceValues(const WorkspaceValues &values)
         m_book->setStep(*values.bookStep);
     if (values.bookPreset)
         m_savedBookPreset = *values.bookPreset;
+    if (values.indicators) {
+        IndicatorSettings settings = m_chart->indicatorSettings();
+        settings.readJson(*values.indicators);
+        m_chart->setIndicatorSettings(settings);
+        m_marketTable->setIndicatorPeriods(settings.smaPeriod, settings.emaPeriod);
+    }
+    if (values.drawings) {
+        m_drawingsStore = *values.drawings;
+        refreshChart();
+    }
 }
 
 void MainWindow::loadLocalSettings()
@@ -174,6 +188,7 @@ void MainWindow::setChartMode(const QString &mode)
     if (mode == m_chartMode || (mode != QLatin1String("line") && mode != QLatin1String("candle")))
         return;
     m_chartMode = mode;
+    refreshChart();
     scheduleSettingsSave();
 }
 
@@ -182,5 +197,10 @@ void MainWindow::setChartTimeframe(const QString &timeframe)
     if (timeframe == m_chartTimeframe || !chartTimeframes().contains(timeframe))
         return;
     m_chartTimeframe = timeframe;
+    // The chart's bars belong to the timeframe they were asked for: reload at once rather than
+    // show them under the new label until the next refresh.
+    const QString symbol = m_marketTable->selectedSymbol();
+    m_candleCache.remove(symbol);
+    loadChartSymbol(symbol);
     scheduleSettingsSave();
 }

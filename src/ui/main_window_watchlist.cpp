@@ -2,6 +2,8 @@
 #include "app/atomic_file.h"
 #include "app/language.h"
 #include "app/paths.h"
+#include "chart/candle_history.h"
+#include "chart/timeframe.h"
 #include "market/symbols.h"
 #include "market/watchlist.h"
 #include "ui/bilingual.h"
@@ -40,7 +42,13 @@ void MainWindow::updateMarketRow(const QuoteSnapshot &quote, const QString &prov
     stored.low = known(quote.low);
     stored.previousClose = known(quote.previousClose);
     stored.volume = known(quote.volume);
+    // Yahoo's and BrAPI's quote steps bring the chart's history with them.
+    if (!quote.candles.isEmpty())
+        storeCandles(quote.symbol, mergeHourBars(quote.candles,
+                                                 timeframeParameters(m_chartTimeframe).mergeHours));
     updateMarketRow(quote.symbol, quote.price, quote.changePercent, provider, latency, status);
+    if (!quote.candles.isEmpty() && quote.symbol == m_marketTable->selectedSymbol())
+        refreshChart();
 }
 
 void MainWindow::updateMarketRow(const QString &symbol, double price, double changePercent,
@@ -67,16 +75,7 @@ void MainWindow::updateMarketRow(const QString &symbol, double price, double cha
 
     {
         SortingPause pause(m_marketTable);
-        const QList<Candle> candles = m_candleCache.value(symbol);
-        if (!candles.isEmpty()) {
-            const Candle &last = candles.constLast();
-            const double values[] = {last.open, last.high, last.low, last.close};
-            for (int i = 0; i < 4; ++i)
-                m_marketTable->setMarketNumberCell(row, OpenColumn + i,
-                                                   formatMarketNumber(values[i]), values[i]);
-            // The indicator columns are computed from the same candles once the chart's
-            // indicators exist; until then they keep "--".
-        }
+        writeCandleColumns(row, symbol);
         m_marketTable->writeQuoteCells(row, price, changePercent, source, latency, status);
         // Colour and tooltip too, before sorting is back and the row may move.
         m_marketTable->colorChangeCell(row, changePercent);
@@ -207,14 +206,7 @@ void MainWindow::selectionChanged()
     const auto quote = m_lastQuotes.constFind(symbol);
     m_quoteHeader->showSymbol(symbol, quote != m_lastQuotes.constEnd() ? &quote.value() : nullptr);
     m_quoteLog->showSymbol(symbol);
-    if (m_chartArea) {
-        if (symbol.isEmpty())
-            bindText(m_chartArea, QStringLiteral("Select a symbol"),
-                     QStringLiteral("Selecione um ativo"));
-        else
-            bindText(m_chartArea, QStringLiteral("Waiting for market data"),
-                     QStringLiteral("Aguardando dados de mercado"));
-    }
+    loadChartSymbol(symbol);
     switchBookSymbol();
 }
 

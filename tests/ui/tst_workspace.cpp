@@ -200,7 +200,19 @@ void WorkspaceTest::everyKeyRoundTrips()
             {"chart_timeframe", "4h"},
             {"window_geometry", QString::fromLatin1(geometry.toBase64())},
             {"hidden_columns", "3,4"},
-            {"indicators", QJsonObject{{"sma_period", 50}, {"draw_trend", false}}},
+            {"indicators", QJsonObject{{"sma20", true},
+                                       {"ema20", false},
+                                       {"vwap", false},
+                                       {"macd", true},
+                                       {"sma_period", 50},
+                                       {"ema_period", 20},
+                                       {"macd_fast", 12},
+                                       {"macd_slow", 26},
+                                       {"macd_signal", 9},
+                                       {"vwap_session", true},
+                                       {"draw_hline", true},
+                                       {"draw_vline", true},
+                                       {"draw_trend", false}}},
             {"shortcuts", QJsonObject{{"layout_chart", "Ctrl+Shift+C"}}},
             {"alerts", QJsonArray{QJsonObject{{"symbol", "AAPL"}, {"target", 250}}}},
             {"alert_history", QJsonArray{QJsonObject{{"event", "triggered"}}}},
@@ -346,10 +358,11 @@ void WorkspaceTest::draggingASplitterIsSaved()
 void WorkspaceTest::snapshotCarriesTheLayoutOnly()
 {
     IsolatedFolders folders;
-    folders.writeFile(settingsPath(folders), json({{"alerts", QJsonArray{QJsonObject{}}},
-                                                   {"portfolios", QJsonObject{{"Main", 1}}},
-                                                   {"auth", storedSession()},
-                                                   {"indicators", QJsonObject{{"sma", 50}}}}));
+    folders.writeFile(settingsPath(folders),
+                      json({{"alerts", QJsonArray{QJsonObject{}}},
+                            {"portfolios", QJsonObject{{"Main", 1}}},
+                            {"auth", storedSession()},
+                            {"indicators", QJsonObject{{"sma_period", 50}}}}));
     MainWindow window;
     window.setTheme(QStringLiteral("qrl_light"));
     window.applyLayoutPreset(QStringLiteral("chart"));
@@ -362,9 +375,9 @@ void WorkspaceTest::snapshotCarriesTheLayoutOnly()
     }
     QCOMPARE(lastEvent(window), QStringLiteral("Workspace saved"));
     const QJsonObject snapshot = readObject(snapshotPath(folders));
-    // The window's eleven and the stored indicators.
-    QCOMPARE(snapshot.keys().size(), 12);
-    QCOMPARE(snapshot.value("indicators").toObject().value("sma").toInt(), 50);
+    // The window's thirteen (the chart's indicators and drawings among them).
+    QCOMPARE(snapshot.keys().size(), 13);
+    QCOMPARE(snapshot.value("indicators").toObject().value("sma_period").toInt(), 50);
     QCOMPARE(sizesOf(snapshot.value("left_splitter_sizes")), (QList<int>{230, 560, 150}));
     for (const char *personal : {"alerts", "portfolios", "auth"})
         QVERIFY(!snapshot.contains(QLatin1String(personal)));
@@ -402,7 +415,7 @@ void WorkspaceTest::snapshotNeverTouchesPersonalState()
                                                    {"auth", QJsonObject{{"token", "someone-else"}}},
                                                    {"sync_last_status", "Never"},
                                                    {"theme", "qrl_light"},
-                                                   {"indicators", QJsonObject{{"ema", 9}}},
+                                                   {"indicators", QJsonObject{{"ema_period", 9}}},
                                                    {"book_preset", "wide"}}));
     MainWindow window;
     window.loadWorkspaceSnapshot();
@@ -414,7 +427,7 @@ void WorkspaceTest::snapshotNeverTouchesPersonalState()
     QCOMPARE(stored.value("auth").toObject(), storedSession());
     QCOMPARE(stored.value("sync_last_status").toString(), QStringLiteral("Synced"));
     // Panel settings the snapshot brought are kept for their panels.
-    QCOMPARE(stored.value("indicators").toObject().value("ema").toInt(), 9);
+    QCOMPARE(stored.value("indicators").toObject().value("ema_period").toInt(), 9);
     QCOMPARE(stored.value("book_preset").toString(), QStringLiteral("wide"));
 }
 

@@ -235,6 +235,7 @@ void PriceChart::paintOverlays(QPainter &painter, const ChartGeometry &g) const
     const auto x = [&g](qint64 index) { return g.indexX(index); };
     const auto y = [&g](double price) { return g.priceY(price); };
     double legendOffset = 0;
+    QList<QPair<QString, QColor>> labels;
     for (const auto &overlay : overlays) {
         if (!overlay.enabled)
             continue;
@@ -244,9 +245,19 @@ void PriceChart::paintOverlays(QPainter &painter, const ChartGeometry &g) const
         painter.setPen(QPen(overlay.color, 1.6));
         painter.setBrush(Qt::NoBrush);
         painter.drawPath(seriesPath(*overlay.series, g.first, g.last, x, y));
+        labels.append(
+                {QStringLiteral("%1 %2").arg(overlay.name).arg(last, 0, 'f', 2), overlay.color});
+    }
+    // The labels go over every line, each on a veil of the panel colour so the candles under the
+    // top-right corner do not swallow them.
+    QColor veil = chartColors(m_light).panel;
+    veil.setAlpha(200);
+    for (const auto &[text, color] : std::as_const(labels)) {
         const QRectF label(g.plot.right() - 160, g.plot.top() + 4 + legendOffset, 156, 16);
-        painter.drawText(label, Qt::AlignRight | Qt::AlignVCenter,
-                         QStringLiteral("%1 %2").arg(overlay.name).arg(last, 0, 'f', 2));
+        QRectF used = painter.boundingRect(label, Qt::AlignRight | Qt::AlignVCenter, text);
+        painter.fillRect(used.adjusted(-3, 0, 2, 0), veil);
+        painter.setPen(color);
+        painter.drawText(label, Qt::AlignRight | Qt::AlignVCenter, text);
         legendOffset += 16;
     }
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "chart/candle.h"
+#include "chart/indicators.h"
 #include "market/market_row.h"
 #include "market/universe.h"
 #include "providers/api_keys.h"
@@ -297,8 +298,9 @@ private:
     QHash<QString, QList<Candle>> m_candleCache;
     QString m_chartMode = QStringLiteral("line");
     QString m_chartTimeframe = QStringLiteral("1m");
-    QJsonObject m_drawingsStore;   // "SYMBOL|timeframe" -> drawings
-    double m_usdBrlRate = qQNaN(); // from the BRL=X chart, for conversions
+    QJsonObject m_drawingsStore;                       // "SYMBOL|timeframe" -> drawings
+    QHash<QString, IndicatorValues> m_indicatorValues; // of the stored candles, per symbol
+    double m_usdBrlRate = qQNaN();                     // from the BRL=X chart, for conversions
 
     QMenu *m_viewMenu = nullptr;
     QAction *m_logoutAction = nullptr;

@@ -199,8 +199,10 @@ void MainWindow::requestBrapiHistory(const QString &symbol, bool withToken)
 void MainWindow::storeCandles(const QString &symbol, const QList<Candle> &candles)
 {
     // A load without a bar keeps what the store had; nothing but a load writes the store.
-    if (!candles.isEmpty())
-        m_candleCache.insert(symbol, candles);
+    if (candles.isEmpty())
+        return;
+    m_candleCache.insert(symbol, candles);
+    m_indicatorValues.remove(symbol);
 }
 
 void MainWindow::refreshCandleColumns(const QString &symbol)
@@ -225,11 +227,16 @@ void MainWindow::writeCandleColumns(int row, const QString &symbol)
     for (int i = 0; i < 4; ++i)
         m_marketTable->setMarketNumberCell(row, OpenColumn + i, formatMarketNumber(prices[i]),
                                            prices[i]);
-    const IndicatorValues values = lastIndicatorValues(*stored, m_chart->indicatorSettings());
-    m_marketTable->setMarketIndicatorCell(row, SmaColumn, values.sma);
-    m_marketTable->setMarketIndicatorCell(row, EmaColumn, values.ema);
-    m_marketTable->setMarketIndicatorCell(row, VwapColumn, values.vwap);
-    m_marketTable->setMarketIndicatorCell(row, MacdColumn, values.macd);
+    // Quotes and ticker frames rewrite the row many times a second; the indicators change only
+    // with the candles or the settings.
+    auto values = m_indicatorValues.constFind(symbol);
+    if (values == m_indicatorValues.constEnd())
+        values = m_indicatorValues.insert(
+                symbol, lastIndicatorValues(*stored, m_chart->indicatorSettings()));
+    m_marketTable->setMarketIndicatorCell(row, SmaColumn, values->sma);
+    m_marketTable->setMarketIndicatorCell(row, EmaColumn, values->ema);
+    m_marketTable->setMarketIndicatorCell(row, VwapColumn, values->vwap);
+    m_marketTable->setMarketIndicatorCell(row, MacdColumn, values->macd);
 }
 
 void MainWindow::refreshChart()
@@ -251,6 +258,7 @@ void MainWindow::chartSettingsChanged()
     else
         m_drawingsStore.insert(key, drawings);
     const IndicatorSettings settings = m_chart->indicatorSettings();
+    m_indicatorValues.clear();
     m_marketTable->setIndicatorPeriods(settings.smaPeriod, settings.emaPeriod);
     for (const QString &symbol : m_marketTable->symbols()) {
         if (const int row = findMarketRow(symbol); row >= 0) {

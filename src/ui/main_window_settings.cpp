@@ -93,6 +93,7 @@ void MainWindow::storeWorkspaceValues(const WorkspaceValues &values)
         IndicatorSettings settings = m_chart->indicatorSettings();
         settings.readJson(*values.indicators);
         m_chart->setIndicatorSettings(settings);
+        m_indicatorValues.clear();
         m_marketTable->setIndicatorPeriods(settings.smaPeriod, settings.emaPeriod);
     }
     if (values.drawings) {
@@ -201,6 +202,7 @@ void MainWindow::setChartTimeframe(const QString &timeframe)
     // show them under the new label until the next refresh.
     const QString symbol = m_marketTable->selectedSymbol();
     m_candleCache.remove(symbol);
+    m_indicatorValues.remove(symbol);
     loadChartSymbol(symbol);
     scheduleSettingsSave();
 }

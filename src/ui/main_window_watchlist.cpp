@@ -189,6 +189,7 @@ void MainWindow::removeSelectedSymbol()
     if (row < 0 || symbol.isEmpty())
         return;
     m_candleCache.remove(symbol);
+    m_indicatorValues.remove(symbol);
     m_lastQuotes.remove(symbol);
     m_quoteLog->forget(symbol);
     m_marketTable->removeRow(row);

@@ -135,6 +135,8 @@ private slots:
     void candlesTakeTheirDirectionColour();
     void nothingIsDrawnOutsideThePlot();
     void twoCandlesOnlyHover();
+    void indicatorsWithoutValuesDrawNothing_data();
+    void indicatorsWithoutValuesDrawNothing();
     void wheelZoomStopsAtTheMinimumSpan_data();
     void wheelZoomStopsAtTheMinimumSpan();
     void narrowZoomBoxLeavesTheView_data();
@@ -223,6 +225,59 @@ void PriceChartTest::nothingIsDrawnOutsideThePlot()
     QCOMPARE(checkBand(QRect(QPoint(chart.width() / 2, 1),
                              QPoint(chart.width() - 2, plot.top() - 2))),
              QString());
+}
+
+void PriceChartTest::indicatorsWithoutValuesDrawNothing_data()
+{
+    // An indicator without a value draws nothing and leaves its legend slot to the next one.
+    QTest::addColumn<QString>("indicator");
+    QTest::addColumn<int>("count");
+    QTest::addColumn<bool>("zeroVolume");
+    QTest::addColumn<QColor>("absent");
+    QTest::newRow("19 candles, SMA 20") << "sma" << 19 << false << QColor(0x5e, 0xa1, 0xff);
+    QTest::newRow("no volume, no VWAP") << "vwap" << 40 << true << QColor(0xd5, 0x6b, 0xff);
+    QTest::newRow("one candle, MACD box only") << "macd" << 1 << false << QColor(0x20, 0xc8, 0x78);
+}
+
+void PriceChartTest::indicatorsWithoutValuesDrawNothing()
+{
+    QFETCH(QString, indicator);
+    QFETCH(int, count);
+    QFETCH(bool, zeroVolume);
+    QFETCH(QColor, absent);
+    QList<Candle> candles = waveCandles(count);
+    for (Candle &bar : candles)
+        bar.volume = zeroVolume ? 0 : bar.volume;
+    PriceChart chart;
+    chart.resize(kChartSize);
+    chart.setData("TEST", candles, 1, "1h");
+    IndicatorSettings settings;
+    settings.sma = indicator == "sma";
+    settings.vwap = indicator == "vwap";
+    settings.macd = indicator == "macd";
+    settings.ema = indicator != "macd";
+    chart.setIndicatorSettings(settings);
+    const QImage image = chart.grab().toImage();
+    const ChartGeometry g = chartGeometry(chart);
+    // One candle: the MACD line and signal are flat at 0, so the pane is its box alone.
+    const QRect area = indicator == "macd"
+                               ? QRectF(g.plot.left() + 7, g.plot.bottom() - 75, 238, 66).toRect()
+                               : g.plot.toAlignedRect().adjusted(1, 1, -1, -1);
+    for (int y = area.top(); y <= area.bottom(); ++y) {
+        for (int x = area.left(); x <= area.right(); ++x)
+            QVERIFY2(image.pixelColor(x, y) != absent,
+                     qPrintable(QStringLiteral("%1,%2").arg(x).arg(y)));
+    }
+    if (indicator == "sma") {
+        // The EMA label takes the first slot.
+        bool emaInFirstSlot = false;
+        const QRect slot(int(g.plot.right()) - 160, int(g.plot.top()) + 4, 156, 16);
+        for (int y = slot.top(); y <= slot.bottom() && !emaInFirstSlot; ++y) {
+            for (int x = slot.left(); x <= slot.right() && !emaInFirstSlot; ++x)
+                emaInFirstSlot = image.pixelColor(x, y) == QColor(0xf3, 0xb2, 0x4a);
+        }
+        QVERIFY(emaInFirstSlot);
+    }
 }
 
 void PriceChartTest::twoCandlesOnlyHover()

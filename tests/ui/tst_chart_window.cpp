@@ -21,7 +21,8 @@
 namespace {
 
 // Real kline rows: [open time ms, "o", "h", "l", "c", "v", close time, ...].
-QByteArray klines(int count, double firstClose, qint64 firstTimeMs = 1700000000000)
+QByteArray klines(int count, double firstClose, double volume = 2,
+                  qint64 firstTimeMs = 1700000000000)
 {
     QStringList rows;
     for (int i = 0; i < count; ++i) {
@@ -32,7 +33,7 @@ QByteArray klines(int count, double firstClose, qint64 firstTimeMs = 17000000000
                         .arg(close + 1, 0, 'f', 8)
                         .arg(close - 1, 0, 'f', 8)
                         .arg(close, 0, 'f', 8)
-                        .arg(2.0, 0, 'f', 8)
+                        .arg(volume, 0, 'f', 8)
                         .arg(firstTimeMs + i * 60000 + 59999);
     }
     return (QLatin1Char('[') + rows.join(QLatin1Char(',')) + QLatin1Char(']')).toUtf8();
@@ -79,6 +80,8 @@ private slots:
 
     void klinesFillTheChartAndTheTable();
     void failedOrEmptyKlinesKeepTheStoredBars();
+    void indicatorColumnsNeedEnoughData_data();
+    void indicatorColumnsNeedEnoughData();
     void yahooChartReportsAndFillsTheRow_data();
     void yahooChartReportsAndFillsTheRow();
     void brapiWithoutHistoryAsksYahooQuietly();
@@ -167,6 +170,31 @@ void ChartWindowTest::failedOrEmptyKlinesKeepTheStoredBars()
     QCOMPARE(cell(window->marketTable(), "BTCUSDT", StatusColumn), QStringLiteral("kline error"));
     QCOMPARE(window->storedCandles("BTCUSDT").size(), 5);
     QCOMPARE(window->priceChart()->candles().size(), 5);
+}
+
+void ChartWindowTest::indicatorColumnsNeedEnoughData_data()
+{
+    QTest::addColumn<int>("bars");
+    QTest::addColumn<double>("volume");
+    QTest::addColumn<QString>("sma");
+    QTest::addColumn<QString>("vwap");
+    QTest::newRow("19 bars: no SMA 20") << 19 << 2.0 << "--"
+                                        << "109.0000";
+    QTest::newRow("no volume: no VWAP") << 25 << 0.0 << "114.5000"
+                                        << "--";
+}
+
+void ChartWindowTest::indicatorColumnsNeedEnoughData()
+{
+    QFETCH(int, bars);
+    QFETCH(double, volume);
+    QFETCH(QString, sma);
+    QFETCH(QString, vwap);
+    m_provider.setReply("/api/v3/klines", FakeReply::json(klines(bars, 100, volume)));
+    auto window = startWindow("BTCUSDT");
+    QTRY_COMPARE(window->storedCandles("BTCUSDT").size(), bars);
+    QCOMPARE(cell(window->marketTable(), "BTCUSDT", SmaColumn), sma);
+    QCOMPARE(cell(window->marketTable(), "BTCUSDT", VwapColumn), vwap);
 }
 
 void ChartWindowTest::yahooChartReportsAndFillsTheRow_data()

@@ -1,5 +1,7 @@
 #include "chart/chart_geometry.h"
 
+#include "market/market_row.h"
+
 #include <QDateTime>
 
 #include <algorithm>
@@ -198,12 +200,5 @@ QString chartTimeLabel(qint64 time, const QString &timeframe)
 
 QString compactVolume(double volume)
 {
-    const double magnitude = std::abs(volume);
-    if (magnitude >= 1e9)
-        return QStringLiteral("%1B").arg(volume / 1e9, 0, 'f', 2);
-    if (magnitude >= 1e6)
-        return QStringLiteral("%1M").arg(volume / 1e6, 0, 'f', 2);
-    if (magnitude >= 1000.0)
-        return QStringLiteral("%1K").arg(volume / 1000.0, 0, 'f', 2);
-    return QString::number(volume, 'f', 2);
+    return formatLargeAmount(volume);
 }

@@ -134,7 +134,7 @@ QString formatLargeAmount(double value)
         return QStringLiteral("%1M").arg(value / 1e6, 0, 'f', 2);
     if (magnitude >= 1e3)
         return QStringLiteral("%1K").arg(value / 1e3, 0, 'f', 2);
-    return formatMarketNumber(value);
+    return QString::number(value, 'f', 2);
 }
 
 QString formatChangePercent(double changePercent)

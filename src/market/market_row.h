@@ -34,8 +34,8 @@ QString marketColumnHeader(int column, int smaPeriod, int emaPeriod);
 
 // Fixed notation: two decimals from 1000 up, four below; "--" for a value that is not finite.
 QString formatMarketNumber(double value);
-// Amounts such as volumes: "12.35K", "4.60M", "1.20B" (2 decimals) from a thousand up, the plain
-// number format below; "--" when not finite.
+// Amounts such as volumes: "12.35K", "4.60M", "1.20B" from a thousand up and the value below,
+// always with 2 decimals; "--" when not finite.
 QString formatLargeAmount(double value);
 // "1.25%", "-0.40%"; "--" when not finite.
 QString formatChangePercent(double changePercent);

@@ -51,8 +51,6 @@ private slots:
     void tinyHistoriesStayUsable();
     void timeLabelsFollowTheTimeframe_data();
     void timeLabelsFollowTheTimeframe();
-    void volumesAreCompact_data();
-    void volumesAreCompact();
 };
 
 void ChartGeometryTest::initTestCase()
@@ -281,26 +279,6 @@ void ChartGeometryTest::timeLabelsFollowTheTimeframe()
     QFETCH(QString, timeframe);
     QFETCH(QString, label);
     QCOMPARE(chartTimeLabel(time, timeframe), label);
-}
-
-void ChartGeometryTest::volumesAreCompact_data()
-{
-    QTest::addColumn<double>("volume");
-    QTest::addColumn<QString>("text");
-    QTest::newRow("below a thousand") << 999.5 << "999.50";
-    QTest::newRow("thousand") << 1000.0 << "1.00K";
-    QTest::newRow("thousands") << 12350.0 << "12.35K";
-    QTest::newRow("millions") << 4.6e6 << "4.60M";
-    QTest::newRow("billions") << 1.2e9 << "1.20B";
-    QTest::newRow("negative uses the magnitude") << -2500.0 << "-2.50K";
-    QTest::newRow("zero") << 0.0 << "0.00";
-}
-
-void ChartGeometryTest::volumesAreCompact()
-{
-    QFETCH(double, volume);
-    QFETCH(QString, text);
-    QCOMPARE(compactVolume(volume), text);
 }
 
 QTEST_GUILESS_MAIN(ChartGeometryTest)

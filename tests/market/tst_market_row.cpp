@@ -42,10 +42,10 @@ void MarketRowTest::numbersKeepTheirDecimals_data()
     const double inf = std::numeric_limits<double>::infinity();
     QTest::newRow("just below 1000") << 999.99 << "999.9900"
                                      << "999.99%"
-                                     << "999.9900";
+                                     << "999.99";
     QTest::newRow("999.5") << 999.5 << "999.5000"
                            << "999.50%"
-                           << "999.5000";
+                           << "999.50";
     QTest::newRow("1000") << 1000.0 << "1000.00"
                           << "1000.00%"
                           << "1.00K";
@@ -57,10 +57,10 @@ void MarketRowTest::numbersKeepTheirDecimals_data()
                                     << "-1.00K";
     QTest::newRow("small") << 0.00012 << "0.0001"
                            << "0.00%"
-                           << "0.0001";
+                           << "0.00";
     QTest::newRow("negative change") << -0.4 << "-0.4000"
                                      << "-0.40%"
-                                     << "-0.4000";
+                                     << "-0.40";
     QTest::newRow("NaN") << nan << "--"
                          << "--"
                          << "--";

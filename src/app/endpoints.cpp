@@ -7,12 +7,13 @@
 
 namespace {
 
-constexpr std::array<EndpointDefinition, 12> kDefinitions = {{
+constexpr std::array<EndpointDefinition, 13> kDefinitions = {{
         {Endpoint::BinanceRest, "QRL_ENDPOINT_BINANCE_REST", "https://api.binance.com", false},
         {Endpoint::BinanceStream, "QRL_ENDPOINT_BINANCE_STREAM", "wss://stream.binance.com:9443",
          true},
         {Endpoint::YahooQuery, "QRL_ENDPOINT_YAHOO_QUERY", "https://query1.finance.yahoo.com",
          false},
+        {Endpoint::YahooCookie, "QRL_ENDPOINT_YAHOO_COOKIE", "https://fc.yahoo.com", false},
         {Endpoint::YahooFeeds, "QRL_ENDPOINT_YAHOO_FEEDS", "https://feeds.finance.yahoo.com",
          false},
         {Endpoint::Brapi, "QRL_ENDPOINT_BRAPI", "https://brapi.dev", false},

@@ -12,6 +12,7 @@ enum class Endpoint {
     BinanceRest,
     BinanceStream,
     YahooQuery,
+    YahooCookie, // answers 404 but sets the cookie the batch quote's session needs
     YahooFeeds,
     Brapi,
     AlphaVantage,

@@ -20,12 +20,11 @@ private slots:
 void EndpointsTest::everyEndpointHasItsVariableAndDefault()
 {
     const QStringList names{
-            "QRL_ENDPOINT_BINANCE_REST", "QRL_ENDPOINT_BINANCE_STREAM",
-            "QRL_ENDPOINT_YAHOO_QUERY",  "QRL_ENDPOINT_YAHOO_FEEDS",
-            "QRL_ENDPOINT_BRAPI",        "QRL_ENDPOINT_ALPHA_VANTAGE",
-            "QRL_ENDPOINT_FINNHUB",      "QRL_ENDPOINT_TWELVE_DATA",
-            "QRL_ENDPOINT_FMP",          "QRL_ENDPOINT_ITICK_STREAM",
-            "QRL_ENDPOINT_NEWSAPI",      "QRL_ENDPOINT_ACCOUNT",
+            "QRL_ENDPOINT_BINANCE_REST",  "QRL_ENDPOINT_BINANCE_STREAM", "QRL_ENDPOINT_YAHOO_QUERY",
+            "QRL_ENDPOINT_YAHOO_COOKIE",  "QRL_ENDPOINT_YAHOO_FEEDS",    "QRL_ENDPOINT_BRAPI",
+            "QRL_ENDPOINT_ALPHA_VANTAGE", "QRL_ENDPOINT_FINNHUB",        "QRL_ENDPOINT_TWELVE_DATA",
+            "QRL_ENDPOINT_FMP",           "QRL_ENDPOINT_ITICK_STREAM",   "QRL_ENDPOINT_NEWSAPI",
+            "QRL_ENDPOINT_ACCOUNT",
     };
     QStringList declared;
     for (const EndpointDefinition &definition : endpointDefinitions()) {

@@ -124,6 +124,19 @@ QList<QNetworkRequest> yahooBatchQuoteRequests(const QStringList &symbols)
     return requests;
 }
 
+QNetworkRequest yahooCookieRequest()
+{
+    return terminalRequest(providerUrl(Endpoint::YahooCookie, QStringLiteral("/")));
+}
+
+QNetworkRequest yahooCrumbRequest(const QByteArray &cookie)
+{
+    QNetworkRequest request =
+            terminalRequest(providerUrl(Endpoint::YahooQuery, QStringLiteral("/v1/test/getcrumb")));
+    request.setRawHeader("Cookie", cookie);
+    return request;
+}
+
 QNetworkRequest yahooSymbolSearchRequest(const QString &text)
 {
     return terminalRequest(providerUrl(Endpoint::YahooQuery, QStringLiteral("/v1/finance/search"),

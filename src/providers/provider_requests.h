@@ -46,6 +46,9 @@ QNetworkRequest yahooChartRequest(const QString &symbol, const QString &interval
                                   const QString &range);
 // One request per batch of at most kYahooBatchSize symbols, in the order given.
 QList<QNetworkRequest> yahooBatchQuoteRequests(const QStringList &symbols);
+// The two steps of Yahoo's session: the cookie host's root, then the crumb for that cookie.
+QNetworkRequest yahooCookieRequest();
+QNetworkRequest yahooCrumbRequest(const QByteArray &cookie);
 QNetworkRequest yahooSymbolSearchRequest(const QString &text);
 QNetworkRequest yahooHeadlineFeedRequest(const QStringList &symbols);
 QNetworkRequest newsApiArticlesRequest(const QString &query, const QString &apiKey);

@@ -76,7 +76,20 @@ QuoteRouter::QuoteRouter(QNetworkAccessManager &network, QuoteRouterHost &host, 
     , m_network(network)
     , m_host(host)
     , m_keys(std::move(keys))
+    , m_yahooSession(network)
 {}
+
+void QuoteRouter::setClock(Clock clock)
+{
+    m_clock = clock;
+    m_yahooSession.setClock(std::move(clock));
+}
+
+void QuoteRouter::setTransferTimeoutMs(int milliseconds)
+{
+    m_transferTimeoutMs = milliseconds;
+    m_yahooSession.setTransferTimeoutMs(milliseconds);
+}
 
 QString QuoteRouter::key(const QString &name) const
 {
@@ -371,23 +384,19 @@ void QuoteRouter::refreshWatchlistBatch(const QStringList &symbols)
     }
     const QSet<QString> known(wanted.cbegin(), wanted.cend());
     for (const QNetworkRequest &request : yahooBatchQuoteRequests(wanted)) {
-        sendProviderGet(
-                m_network, request, this,
-                [this, known](const ProviderReply &reply) {
-                    if (reply.tooLarge)
-                        return;
-                    const ProviderResponseCheck check =
-                            classifyProviderResponse(QStringLiteral("yahoo_us"), reply.httpStatus,
-                                                     reply.rawHeaders, reply.body);
-                    if (!check.ok)
-                        return;
-                    for (const QuoteSnapshot &quote : parseYahooBatchQuotes(reply.body)) {
-                        if (known.contains(quote.symbol))
-                            m_host.updateMarketRow(quote, QStringLiteral("Yahoo"),
-                                                   latencyText(reply.latencyMs),
-                                                   QStringLiteral("free/delayed"));
-                    }
-                },
-                m_clock);
+        m_yahooSession.get(request, this, [this, known](const ProviderReply &reply) {
+            if (reply.tooLarge)
+                return;
+            const ProviderResponseCheck check = classifyProviderResponse(
+                    QStringLiteral("yahoo_us"), reply.httpStatus, reply.rawHeaders, reply.body);
+            if (!check.ok)
+                return;
+            for (const QuoteSnapshot &quote : parseYahooBatchQuotes(reply.body)) {
+                if (known.contains(quote.symbol))
+                    m_host.updateMarketRow(quote, QStringLiteral("Yahoo"),
+                                           latencyText(reply.latencyMs),
+                                           QStringLiteral("free/delayed"));
+            }
+        });
     }
 }

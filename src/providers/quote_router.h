@@ -6,6 +6,7 @@
 #include "providers/provider_table.h"
 #include "providers/provider_throttles.h"
 #include "providers/quote_step.h"
+#include "providers/yahoo_session.h"
 
 #include <QHash>
 #include <QObject>
@@ -41,9 +42,9 @@ public:
     QuoteRouter(QNetworkAccessManager &network, QuoteRouterHost &host, KeyLookup keys,
                 QObject *parent = nullptr);
 
-    void setClock(Clock clock) { m_clock = std::move(clock); }
+    void setClock(Clock clock);
     void setStepTimeoutMs(int milliseconds) { m_stepTimeoutMs = milliseconds; }
-    void setTransferTimeoutMs(int milliseconds) { m_transferTimeoutMs = milliseconds; }
+    void setTransferTimeoutMs(int milliseconds);
 
     // The order the symbol's class and the current keys give, and one cascade over it.
     void refreshQuote(const QString &symbol);
@@ -61,6 +62,8 @@ public:
     quint64 quoteGeneration(const QString &symbol) const { return m_generations.value(symbol); }
     AsyncProviderCascade *runningCascade(const QString &symbol) const;
     ProviderThrottles &throttles() { return m_throttles; }
+    // The cookie and crumb every Yahoo request that needs them shares.
+    YahooSession &yahooSession() { return m_yahooSession; }
 
 private:
     struct StepPlan
@@ -91,6 +94,7 @@ private:
     QHash<QString, quint64> m_generations;
     QHash<QString, QPointer<AsyncProviderCascade>> m_cascades;
     ProviderThrottles m_throttles;
+    YahooSession m_yahooSession;
 };
 
 // The row quality a provider's quote gets: public ones are "free/delayed", keyed ones

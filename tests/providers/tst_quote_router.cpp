@@ -369,24 +369,32 @@ void QuoteRouterTest::cryptoFailureRespectsTheStream()
 
 void QuoteRouterTest::watchlistBatchFillsKnownRows()
 {
+    m_provider.setReply("/",
+                        FakeReply{.status = 404, .headers = {{"Set-Cookie", "A3=d=x1; Path=/"}}});
+    m_provider.setReply("/v1/test/getcrumb", FakeReply::text("Phb0wzVdPs6"));
     m_provider.setReply("/v7/finance/quote", FakeReply::json(R"({"quoteResponse":{"result":[
         {"symbol":"PETR4.SA","regularMarketPrice":36.84,"regularMarketChangePercent":1.77},
         {"symbol":"TSLA","regularMarketPrice":310.1},
         {"symbol":"AAPL","regularMarketPrice":0}],"error":null}})"));
     m_router->refreshWatchlistBatch({"AAPL", "BTCUSDT", "PETR4.SA", "NOPE3.SA"});
-    QVERIFY(m_provider.waitForRequests(1));
+    QVERIFY(m_provider.waitForRequests(3));
     QCOMPARE(m_provider.lastRequest().queryItem("symbols"), QString("AAPL,PETR4.SA,NOPE3.SA"));
+    QCOMPARE(m_provider.lastRequest().queryItem("crumb"), QString("Phb0wzVdPs6"));
+    QCOMPARE(m_provider.lastRequest().header("Cookie"), QByteArray("A3=d=x1"));
     QTRY_COMPARE(m_host.updates.size(), 1);
     QCOMPARE(m_host.updates.first().quote.symbol, QString("PETR4.SA"));
     QCOMPARE(m_host.updates.first().quote.changePercent, 1.77);
     QCOMPARE(m_host.updates.first().provider, QString("Yahoo"));
     QCOMPARE(m_host.updates.first().status, QString("free/delayed"));
+    QVERIFY(m_router->yahooSession().credentials().isValid());
 
+    // A refused batch renews the session, is sent once more and then changes nothing.
     m_provider.setReply("/v7/finance/quote",
                         FakeReply::json(providerData("yahoo_chart_error_not_found.json"), 401));
     m_router->refreshWatchlistBatch({"PETR4.SA"});
-    QVERIFY(m_provider.waitForRequests(2));
+    QVERIFY(m_provider.waitForRequests(7));
     QTest::qWait(50);
+    QCOMPARE(m_provider.requests().size(), 7);
     QCOMPARE(m_host.updates.size(), 1);
 }
 

@@ -4,6 +4,7 @@
 #include "providers/data_fetcher.h"
 #include "providers/provider_requests.h"
 #include "providers/provider_response.h"
+#include "providers/yahoo_session.h"
 #include "providers/yahoo_symbol_search.h"
 #include "simulated_market/simulated_market.h"
 
@@ -69,6 +70,7 @@ private slots:
     void unknownSymbolsAnswerInTheProvidersWay_data();
     void unknownSymbolsAnswerInTheProvidersWay();
     void batchQuoteLeavesUnknownSymbolsOut();
+    void batchQuoteNeedsTheSession();
     void symbolSearchFindsInstruments_data();
     void symbolSearchFindsInstruments();
     void pricesFollowSeedAndStep();
@@ -88,6 +90,13 @@ private slots:
 
 private:
     Reply get(const QNetworkRequest &request);
+    // Without the manager's cookie jar, so only the cookies the request names are sent.
+    Reply bare(QNetworkRequest request)
+    {
+        request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
+        request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
+        return get(request);
+    }
     Reply get(const QString &path)
     {
         return get(QNetworkRequest(QUrl(m_market->baseUrl() + path)));
@@ -209,7 +218,15 @@ void SimulatedMarketTest::batchQuoteLeavesUnknownSymbolsOut()
 {
     const QList<QNetworkRequest> requests = yahooBatchQuoteRequests({"AAPL", "PETR4.SA", "NOPE"});
     QCOMPARE(requests.size(), 1);
-    const Reply reply = get(requests.first());
+    YahooSession session(m_manager);
+    Reply reply;
+    bool answered = false;
+    session.get(requests.first(), this, [&](const ProviderReply &sent) {
+        reply = {sent.httpStatus, sent.rawHeaders, sent.body};
+        answered = true;
+    });
+    QTRY_VERIFY(answered);
+    QVERIFY(session.credentials().isValid());
     QVERIFY(classifyProviderResponse("yahoo_us", reply.status, reply.headers, reply.body).ok);
     const QJsonArray results =
             QJsonDocument::fromJson(reply.body)["quoteResponse"]["result"].toArray();
@@ -221,6 +238,27 @@ void SimulatedMarketTest::batchQuoteLeavesUnknownSymbolsOut()
         QVERIFY2(match != results.end(), symbol);
         QVERIFY((*match).toObject()["regularMarketPrice"].toDouble() > 0.0);
     }
+}
+
+void SimulatedMarketTest::batchQuoteNeedsTheSession()
+{
+    const Reply page = bare(yahooCookieRequest());
+    QCOMPARE(page.status, 404);
+    const QByteArray cookie = cookieHeaderOf(page.headers);
+    QVERIFY(cookie.startsWith("A3=d="));
+    QCOMPARE(bare(QNetworkRequest(QUrl(m_market->baseUrl() + "/v1/test/getcrumb"))).status, 401);
+    const Reply crumb = bare(yahooCrumbRequest(cookie));
+    QCOMPARE(crumb.status, 200);
+    QVERIFY(isPlausibleYahooCrumb(crumb.body));
+    const QString crumbText = QString::fromLatin1(crumb.body);
+
+    const QNetworkRequest batch = yahooBatchQuoteRequests({"AAPL"}).first();
+    const Reply refused = bare(batch);
+    QCOMPARE(refused.status, 401);
+    QVERIFY(isYahooUnauthorized(200, refused.body));
+    QCOMPARE(bare(withYahooSession(batch, {cookie, "Phb0wzVdPs6", 1})).status, 401);
+    QCOMPARE(bare(withYahooSession(batch, {"A3=d=AQABBKother", crumbText, 1})).status, 401);
+    QCOMPARE(bare(withYahooSession(batch, {cookie, crumbText, 1})).status, 200);
 }
 
 void SimulatedMarketTest::symbolSearchFindsInstruments_data()

@@ -10,6 +10,7 @@
 #include <QtGlobal>
 
 #include <cmath>
+#include <optional>
 
 // The replies of each simulated provider, in the shape the real service gives them: key names and
 // order, numbers as numbers or as strings with the service's decimals, and the service's own way of
@@ -61,6 +62,13 @@ inline DaySummary roundedDay(const MarketContext &market, const Instrument &inst
 HttpResponse yahooChartReply(const MarketContext &market, const HttpRequest &request);
 HttpResponse yahooQuoteReply(const MarketContext &market, const HttpRequest &request);
 HttpResponse yahooSearchReply(const MarketContext &market, const HttpRequest &request);
+// The session behind the batch quote: the cookie host's root (a 404 page that sets the A3 cookie)
+// and /v1/test/getcrumb, whose crumb belongs to the A3 cookie sent.
+HttpResponse yahooCookieReply(const MarketContext &market, const HttpRequest &request);
+HttpResponse yahooCrumbReply(const MarketContext &market, const HttpRequest &request);
+QString yahooCrumbFor(const QByteArray &cookieValue);
+// The batch quote's 401 when the request lacks the A3 cookie or its crumb; nothing when both fit.
+std::optional<HttpResponse> yahooSessionRefusal(const HttpRequest &request);
 
 // BrAPI
 HttpResponse brapiQuoteReply(const MarketContext &market, const HttpRequest &request);

@@ -21,6 +21,8 @@ constexpr Route kRoutes[] = {
         {"/v8/finance/chart/", true, "yahoo", yahooChartReply},
         {"/v7/finance/quote", false, "yahoo", yahooQuoteReply},
         {"/v1/finance/search", false, "yahoo", yahooSearchReply},
+        {"/v1/test/getcrumb", false, "yahoo", yahooCrumbReply},
+        {"/", false, "yahoo", yahooCookieReply}, // the cookie host shares the port
         {"/api/quote/", true, "brapi", brapiQuoteReply},
         {"/api/v3/ticker/24hr", false, "binance", binanceTickerReply},
         {"/api/v3/exchangeInfo", false, "binance", binanceExchangeInfoReply},

@@ -360,9 +360,11 @@ HttpResponse yahooChartReply(const MarketContext &market, const HttpRequest &req
                     .toJson());
 }
 
-// GET /v7/finance/quote?symbols=A,B,C: unknown symbols are left out without a word.
+// GET /v7/finance/quote?symbols=A,B,C&crumb=..: unknown symbols are left out without a word.
 HttpResponse yahooQuoteReply(const MarketContext &market, const HttpRequest &request)
 {
+    if (auto refusal = yahooSessionRefusal(request))
+        return *refusal;
     const QString symbols = request.queryItem(QStringLiteral("symbols"));
     if (symbols.trimmed().isEmpty())
         return missingParameterReply(QStringLiteral("symbols"));

@@ -357,7 +357,6 @@ QList<NewsItem> readNewsApiArticles(const QByteArray &body)
         item.source = firstText(article.value(QLatin1String("source")).toObject(), {"name"});
         if (item.title.isEmpty() || item.link.isEmpty() || isRemovedArticle(item))
             continue;
-        item.category = publisherNewsCategory(item.source);
         items.append(item);
     }
     return items;
@@ -383,10 +382,8 @@ QList<NewsItem> readPublicNewsFeed(const QByteArray &body)
         NewsItem item = readFeedItem(xml);
         if (xml.hasError())
             break;
-        if (item.title.isEmpty())
-            continue;
-        item.category = publisherNewsCategory(item.source);
-        items.append(item);
+        if (!item.title.isEmpty())
+            items.append(item);
     }
     return items;
 }
@@ -399,7 +396,10 @@ QString plainNewsText(const QString &text)
                                         QRegularExpression::DotMatchesEverythingOption);
     // Entities first, so that an escaped tag cannot reach the table as markup either.
     QString plain = decodedEntities(capped(text, 4 * kMaxNewsTextLength));
-    plain.replace(tag, QStringLiteral(" "));
+    // Removing one tag can join the text around it into another ("<a<b>>"), so strip until none
+    // is left.
+    while (plain.contains(tag))
+        plain.replace(tag, QStringLiteral(" "));
     return capped(foldedWhitespace(plain), kMaxNewsTextLength);
 }
 

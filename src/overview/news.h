@@ -76,9 +76,10 @@ QNetworkRequest publicNewsRequest(const QString &newsSymbol);
 // category arrays (at the top, or inside `groups` when the top has none).
 QList<NewsItem> readSiteNews(const QByteArray &body);
 // NewsAPI `everything`: articles with a title and a usable link; "[Removed]" placeholders are
-// left out.
+// left out. Its items carry no category.
 QList<NewsItem> readNewsApiArticles(const QByteArray &body);
-// The Yahoo Finance RSS headline feed. Items read before a malformed part of the document are kept.
+// The Yahoo Finance RSS headline feed, its items without a category. Items read before a malformed
+// part of the document are kept; bytes that are not UTF-8 become replacement characters.
 QList<NewsItem> readPublicNewsFeed(const QByteArray &body);
 
 // Plain text of a reply's field: tags removed, HTML entities decoded, whitespace folded, length

@@ -134,12 +134,14 @@ private slots:
   "publishedAt":"1970-01-01T00:00:00Z"},
  {"source":{"name":"X"},"title":"Script","url":"javascript:void 0","publishedAt":"2024-05-14T04:03:46Z"},
  {"source":{"name":"X"},"title":"No link","url":null},
+ {"source":{"name":"AP"},"title":"Plain","url":"https:\/\/ap.com\/e","publishedAt":"2024-05-14T04:03:46Z"},
  {"source":{"name":"X"},"title":"","url":"https:\/\/x.com/d"}]})";
         QCOMPARE(described(readNewsApiArticles(body)),
                  (QStringList{"Stormy Daniels’ "
                               "attorney||CNN|2024-05-14T01:38:37.653Z|https://www.cnn.com/a|",
                               "It's up||Reuters|2024-05-13T23:22:15.7738613Z|https://r.com/b|",
-                              "No name|||2024-05-14T03:33:48+00:00|https://g.com/c|"}));
+                              "No name|||2024-05-14T03:33:48+00:00|https://g.com/c|",
+                              "Plain||AP|2024-05-14T04:03:46Z|https://ap.com/e|"}));
         QVERIFY(readNewsApiArticles(R"({"status":"error","code":"userAgentMissing"})").isEmpty());
     }
 

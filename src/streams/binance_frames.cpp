@@ -67,6 +67,19 @@ QString envelopeSymbol(const QJsonObject &envelope)
     return name.left(name.indexOf(QLatin1Char('@'))).toUpper();
 }
 
+// A frame's symbol and payload; an empty symbol means the frame is dropped.
+struct Envelope
+{
+    QString symbol;
+    QJsonObject data;
+};
+
+Envelope envelopeOf(const QByteArray &frame)
+{
+    const QJsonObject envelope = objectOf(frame);
+    return {envelopeSymbol(envelope), envelope.value(QLatin1String("data")).toObject()};
+}
+
 QList<DepthLevel> levelsOf(const QJsonValue &value)
 {
     QList<DepthLevel> levels;
@@ -146,12 +159,11 @@ QString binanceFrameSymbol(const QByteArray &frame)
 
 std::optional<TickerFrame> readTickerFrame(const QByteArray &frame)
 {
-    const QJsonObject envelope = objectOf(frame);
+    const auto [symbol, data] = envelopeOf(frame);
     TickerFrame ticker;
-    ticker.symbol = envelopeSymbol(envelope);
+    ticker.symbol = symbol;
     if (ticker.symbol.isEmpty())
         return std::nullopt;
-    const QJsonObject data = envelope.value(QLatin1String("data")).toObject();
     // Lower and upper case name different fields: `c` last price, `C` close time; `P` percent, `p`
     // absolute change.
     ticker.price = decimalOf(data.value(QLatin1String("c")));
@@ -163,12 +175,11 @@ std::optional<TickerFrame> readTickerFrame(const QByteArray &frame)
 
 std::optional<TradeFrame> readTradeFrame(const QByteArray &frame)
 {
-    const QJsonObject envelope = objectOf(frame);
+    const auto [symbol, data] = envelopeOf(frame);
     TradeFrame trade;
-    trade.symbol = envelopeSymbol(envelope);
+    trade.symbol = symbol;
     if (trade.symbol.isEmpty())
         return std::nullopt;
-    const QJsonObject data = envelope.value(QLatin1String("data")).toObject();
     trade.price = decimalOf(data.value(QLatin1String("p")));
     if (!isUsablePrice(trade.price))
         return std::nullopt;
@@ -180,12 +191,11 @@ std::optional<TradeFrame> readTradeFrame(const QByteArray &frame)
 
 std::optional<DepthFrame> readDepthFrame(const QByteArray &frame)
 {
-    const QJsonObject envelope = objectOf(frame);
+    const auto [symbol, data] = envelopeOf(frame);
     DepthFrame depth;
-    depth.symbol = envelopeSymbol(envelope);
+    depth.symbol = symbol;
     if (depth.symbol.isEmpty())
         return std::nullopt;
-    const QJsonObject data = envelope.value(QLatin1String("data")).toObject();
     depth.sides.asks = sideOf(data, QLatin1String("asks"), QLatin1String("a"));
     depth.sides.bids = sideOf(data, QLatin1String("bids"), QLatin1String("b"));
     return depth;

@@ -74,22 +74,25 @@ QList<DepthLevel> depthLevels(const QList<Level2Level> &levels)
     return result;
 }
 
-QList<QStringList> tableRows(const QList<BookTableRow> &rows)
+// The three texts of each row, for whichever table a view fills.
+template<typename Row, typename Texts>
+QList<QStringList> tableRows(const QList<Row> &rows, Texts texts)
 {
     QList<QStringList> result;
     result.reserve(rows.size());
-    for (const BookTableRow &row : rows)
-        result.append({row.price, row.size, row.total});
+    for (const Row &row : rows)
+        result.append(texts(row));
     return result;
 }
 
-QList<QStringList> tableRows(const QList<BookFallbackRow> &rows)
+QStringList ladderTexts(const BookTableRow &row)
 {
-    QList<QStringList> result;
-    result.reserve(rows.size());
-    for (const BookFallbackRow &row : rows)
-        result.append({row.field, row.value, row.source});
-    return result;
+    return {row.price, row.size, row.total};
+}
+
+QStringList fallbackTexts(const BookFallbackRow &row)
+{
+    return {row.field, row.value, row.source};
 }
 
 } // namespace
@@ -255,11 +258,13 @@ void BookPanel::drawLadder()
     setMetrics(metrics);
     fillTable(m_tables[0],
               tableRows(bookTableRows(aggregateSide(sides.asks, step, BookSide::Ask),
-                                      m_pendingSizeDecimals)),
+                                      m_pendingSizeDecimals),
+                        ladderTexts),
               QLatin1String(kAskColor));
     fillTable(m_tables[1],
               tableRows(bookTableRows(aggregateSide(sides.bids, step, BookSide::Bid),
-                                      m_pendingSizeDecimals)),
+                                      m_pendingSizeDecimals),
+                        ladderTexts),
               QLatin1String(kBidColor));
 }
 
@@ -274,8 +279,8 @@ void BookPanel::showFallback(const QList<BookFallbackRow> &quoteRows,
     m_renderer->cancel();
     m_hasLadder = false;
     setView(View::Fallback);
-    fillTable(m_tables[0], tableRows(quoteRows), QString());
-    fillTable(m_tables[1], tableRows(statsRows), QString());
+    fillTable(m_tables[0], tableRows(quoteRows, fallbackTexts), QString());
+    fillTable(m_tables[1], tableRows(statsRows, fallbackTexts), QString());
 }
 
 void BookPanel::setMetrics(const BookMetrics &metrics)

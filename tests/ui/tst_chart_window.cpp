@@ -6,6 +6,7 @@
 #include "support/isolated_folders.h"
 #include "ui/main_window.h"
 #include "ui/market_table.h"
+#include "ui/started_window.h"
 
 #include <QApplication>
 #include <QComboBox>
@@ -115,14 +116,7 @@ void ChartWindowTest::init()
 
 std::unique_ptr<MainWindow> ChartWindowTest::startWindow(const QByteArray &symbols)
 {
-    QStringList rows;
-    for (const QByteArray &symbol : symbols.split(','))
-        rows << QStringLiteral(R"({"symbol":"%1"})").arg(QString::fromLatin1(symbol));
-    m_folders->writeFile(m_folders->expectedConfigFolder() + "/watchlists/default.json",
-                         QStringLiteral(R"({"symbols":[%1]})").arg(rows.join(',')).toUtf8());
-    auto window = std::make_unique<MainWindow>();
-    window->startMarketData();
-    return window;
+    return startedWindow(*m_folders, symbols);
 }
 
 void ChartWindowTest::klinesFillTheChartAndTheTable()

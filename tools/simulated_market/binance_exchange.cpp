@@ -24,8 +24,10 @@ constexpr const char *kListedCoins[] = {
 };
 
 // Leveraged tokens, long halted: the all-pairs ticker still lists them, with zero prices.
-constexpr const char *kHaltedTokens[] = {"BTCUP",   "BTCDOWN", "ETHUP",
-                                         "ETHDOWN", "LINKUP",  "AAVEDOWN"};
+constexpr const char *kHaltedTokens[] = {"BTCUP", "BTCDOWN", "ETHDOWN", "LINKUP", "AAVEDOWN"};
+// Leveraged tokens still trading, with prices that look like any coin's: only their names tell a
+// mover list to leave them out.
+constexpr const char *kTradingTokens[] = {"ETHUP", "BNBBULL", "XRPBEAR", "ADAUP"};
 
 constexpr const char *kFdusdBases[] = {"BTC", "ETH", "BNB", "SOL", "XRP", "DOGE", "LINK", "TON"};
 
@@ -145,8 +147,8 @@ BinanceExchange::BinanceExchange(quint64 seed, const InstrumentCatalogue &catalo
     const qsizetype catalogued = coins.size();
     for (const char *coin : kListedCoins)
         addUsdt(QString::fromUtf8(coin), true);
-    for (quint64 attempt = 1; usdt.size() < kUsdtPairs - qsizetype(std::size(kHaltedTokens));
-         ++attempt) {
+    const qsizetype leveraged = qsizetype(std::size(kHaltedTokens) + std::size(kTradingTokens));
+    for (quint64 attempt = 1; usdt.size() < kUsdtPairs - leveraged; ++attempt) {
         const QString coin = madeUpCoin(mix64(seed, attempt));
         if (!looksLeveraged(coin))
             addUsdt(coin, true);
@@ -158,6 +160,8 @@ BinanceExchange::BinanceExchange(quint64 seed, const InstrumentCatalogue &catalo
                 false;
     for (const char *token : kHaltedTokens)
         addUsdt(QLatin1String(token), false);
+    for (const char *token : kTradingTokens)
+        addUsdt(QLatin1String(token), true);
 
     QList<BinancePair> all = usdt;
     // Pairs quoted in BTC for the coins worth enough for a tick of a satoshi to mean something.
@@ -165,8 +169,8 @@ BinanceExchange::BinanceExchange(quint64 seed, const InstrumentCatalogue &catalo
     int crosses = 0;
     for (const BinancePair &pair : std::as_const(usdt)) {
         const double price = priceIn(walk, pair.baseAsset, 0) / bitcoin;
-        if (!pair.trading || pair.baseAsset == QLatin1String("BTC") || price < 1e-6 ||
-            crosses == 24)
+        if (!pair.trading || pair.baseAsset == QLatin1String("BTC") ||
+            looksLeveraged(pair.baseAsset) || price < 1e-6 || crosses == 24)
             continue;
         ++crosses;
         // One of them halted too.

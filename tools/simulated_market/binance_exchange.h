@@ -25,8 +25,9 @@ struct BinancePair
     double stepSize() const;
 };
 
-// A few hundred USDT pairs (every crypto instrument of the catalogue among them, a few halted), and
-// some quoted in BTC and FDUSD. Which made-up coins are listed, and which pairs are halted, follows
+// A few hundred USDT pairs (every crypto instrument of the catalogue among them, a few halted, and
+// leveraged tokens such as ETHUPUSDT and XRPBEARUSDT, some halted, some trading), and some quoted
+// in BTC and FDUSD. Which made-up coins are listed, and which pairs are halted, follows
 // the seed.
 class BinanceExchange
 {

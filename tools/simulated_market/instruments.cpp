@@ -7,6 +7,7 @@
 #include <QSet>
 
 #include <cmath>
+#include <iterator>
 
 namespace {
 
@@ -137,6 +138,56 @@ QString b3ShortName(const QString &ticker)
            shareClass.leftJustified(8, QLatin1Char(' ')) + QStringLiteral("NM");
 }
 
+// Yahoo's sectors, with the shares of the built-in universe that belong to each (B3 shares by their
+// ticker without ".SA").
+struct SectorShares
+{
+    const char *sector;
+    const char *tickers; // separated by blanks
+};
+
+constexpr SectorShares kSectors[] = {
+        {"Technology", "AAPL MSFT NVDA AVGO AMD INTC ORCL CRM ADBE CSCO QCOM TXN MU IBM SHOP UBER "
+                       "SNOW NET DDOG CRWD ZS PANW MDB PLTR TSM ASML ARM SMCI TOTS3 LWSA3 CASH3 "
+                       "POSI3 INTB3 BMOB3"},
+        {"Communication Services", "GOOGL GOOG META NFLX DIS CMCSA T VZ TMUS RBLX ROKU VIVT3 "
+                                   "TIMS3"},
+        {"Consumer Cyclical", "AMZN TSLA HD LOW NKE MCD SBUX ABNB RIVN LCID F GM NIO BABA PDD JD "
+                              "LREN3 MGLU3 VIVA3 SOMA3 ARZZ3 YDUQ3 COGN3 ANIM3 ALPA4 GRND3 GUAR3 "
+                              "PETZ3 LEVE3 VULC3 LJQQ3 SEER3 MOVI3"},
+        {"Financial Services", "JPM BAC WFC GS MS V MA AXP PYPL COIN BRK-B SQ SOFI ITUB3 ITUB4 "
+                               "BBDC3 BBDC4 BBAS3 B3SA3 SANB11 BPAC11 CIEL3 BBSE3 IRBR3 PSSA3 "
+                               "XPBR31"},
+        {"Healthcare", "UNH LLY JNJ PFE MRK ABBV TMO DHR ISRG RADL3 HAPV3 FLRY3 RDOR3 QUAL3 ODPV3 "
+                       "ONCO3 PNVL3"},
+        {"Consumer Defensive", "WMT COST TGT KO PEP PG PM MO ABEV3 JBSS3 BRFS3 MRFG3 BEEF3 ASAI3 "
+                               "CRFB3 GMAT3 PCAR3 SMTO3 SLCE3 AGRO3 SOJA3 NTCO3 MDIA3"},
+        {"Energy", "XOM CVX COP SLB OXY PETR3 PETR4 PRIO3 RRRP3 RECV3 UGPA3 VBBR3 CSAN3 RAIZ4"},
+        {"Basic Materials", "VALE3 SUZB3 GGBR4 GOAU4 CSNA3 USIM5 BRKM5 KLBN11 DXCO3 UNIP6 CBAV3"},
+        {"Industrials", "BA CAT DE GE HON MMM LMT RTX UPS FDX WEGE3 RENT3 RAIL3 CCRO3 ECOR3 AZUL4 "
+                        "GOLL4 EMBR3 PORT3 VAMO3 SIMH3 STBP3 KEPL3 MILS3 TRIS3"},
+        {"Utilities", "ELET3 ELET6 CMIG3 CMIG4 CPLE3 CPLE6 TAEE11 TRPL4 EGIE3 ENEV3 EQTL3 CPFE3 "
+                      "SBSP3 AURE3"},
+        {"Real Estate", "MULT3 IGTI11 ALOS3 CYRE3 EZTC3 MRVE3 TEND3 DIRR3 CURY3 LOGG3"},
+};
+
+// A share outside the table still gets one of the sectors, fixed by its ticker.
+QString shareSector(const QString &ticker)
+{
+    static const QHash<QString, QString> sectors = [] {
+        QHash<QString, QString> table;
+        for (const SectorShares &entry : kSectors) {
+            for (const QString &share :
+                 QString::fromLatin1(entry.tickers).split(QLatin1Char(' '), Qt::SkipEmptyParts))
+                table.insert(share, QLatin1String(entry.sector));
+        }
+        return table;
+    }();
+    if (const auto found = sectors.constFind(ticker); found != sectors.cend())
+        return *found;
+    return QLatin1String(kSectors[textHash(ticker) % std::size(kSectors)].sector);
+}
+
 QString cryptoName(const QString &pair)
 {
     return pair.chopped(4) + QStringLiteral(" USD");
@@ -252,6 +303,7 @@ void InstrumentCatalogue::add(const QString &symbol)
     case InstrumentKind::BrEquity:
         instrument.shortName = b3ShortName(symbol.chopped(3));
         instrument.longName = symbol.chopped(3) + QStringLiteral(" S.A.");
+        instrument.sector = shareSector(symbol.chopped(3));
         break;
     case InstrumentKind::BrIndex:
         instrument.currency = QStringLiteral("BRL");
@@ -266,6 +318,8 @@ void InstrumentCatalogue::add(const QString &symbol)
         instrument.longName = instrument.shortName;
         break;
     case InstrumentKind::UsEquity:
+        instrument.sector = shareSector(symbol);
+        break;
     case InstrumentKind::UsFund:
     case InstrumentKind::UsIndex:
         break;

@@ -40,6 +40,9 @@ struct Instrument
     QString shortName; // B3 shares in the exchange's padded form: "PETROBRAS   PN      N2"
     QString longName;
     QString currency; // of the price: the quote currency for forex
+    // Yahoo's sector of a share ("Technology", "Energy"); empty for indexes, funds, currencies and
+    // coins, as Yahoo gives them none.
+    QString sector;
 };
 
 // "BRL=X" -> {"USD", "BRL"}, "EURUSD=X" -> {"EUR", "USD"}.

@@ -226,8 +226,10 @@ QByteArray quoteResult(const MarketContext &market, const Instrument &instrument
             .number("fiftyDayAverage", year.average50, decimals + 1)
             .number("twoHundredDayAverage", year.average200, decimals + 1)
             .text("shortName", instrument.shortName)
-            .text("longName", instrument.longName)
-            .text("exchange", exchange.exchangeName)
+            .text("longName", instrument.longName);
+    if (!instrument.sector.isEmpty())
+        result.text("sector", instrument.sector);
+    result.text("exchange", exchange.exchangeName)
             .text("market", exchange.market)
             .text("exchangeTimezoneName", exchange.timezoneName)
             .text("exchangeTimezoneShortName", zone.abbreviation)

@@ -219,10 +219,12 @@ HttpResponse fmpQuoteReply(const MarketContext &market, const HttpRequest &reque
 }
 
 // GET /query?function=GLOBAL_QUOTE&symbol=..&apikey=..: everything under HTTP 200, in strings.
+// TOP_GAINERS_LOSERS goes to alphaVantageMoversReply.
 HttpResponse alphaVantageReply(const MarketContext &market, const HttpRequest &request)
 {
     const QString function = request.queryItem(QStringLiteral("function")).trimmed().toUpper();
-    if (function != QLatin1String("GLOBAL_QUOTE"))
+    const bool movers = function == QLatin1String("TOP_GAINERS_LOSERS");
+    if (!movers && function != QLatin1String("GLOBAL_QUOTE"))
         return HttpResponse::json(R"({"Error Message":"Invalid API call."})", 404);
     if (!hasKey(request, "apikey")) {
         return HttpResponse::json(
@@ -230,6 +232,8 @@ HttpResponse alphaVantageReply(const MarketContext &market, const HttpRequest &r
     "Error Message": "the parameter apikey is invalid or missing. Please claim your free API key on (https://www.alphavantage.co/support/#api-key). It should take less than 20 seconds."
 })");
     }
+    if (movers)
+        return alphaVantageMoversReply(market, request);
     const Instrument *instrument =
             market.catalogue.fromUsMarket(request.queryItem(QStringLiteral("symbol")));
     if (!instrument)

@@ -84,3 +84,7 @@ HttpResponse finnhubQuoteReply(const MarketContext &market, const HttpRequest &r
 HttpResponse twelveDataQuoteReply(const MarketContext &market, const HttpRequest &request);
 HttpResponse fmpQuoteReply(const MarketContext &market, const HttpRequest &request);
 HttpResponse alphaVantageReply(const MarketContext &market, const HttpRequest &request);
+// GET /query?function=TOP_GAINERS_LOSERS&apikey=..; alphaVantageReply passes it on once the key
+// is checked.
+HttpResponse alphaVantageMoversReply(const MarketContext &market, const HttpRequest &request);
+

@@ -347,3 +347,96 @@ MosaicFill mosaicFill(double change)
         return {0.05, 0.28 + 0.42 * intensity, 0.19};
     return {0.34 + 0.34 * intensity, 0.08, 0.10};
 }
+
+QStringList moversScopeIds()
+{
+    return {QStringLiteral("all"), QStringLiteral("b3"), QStringLiteral("us"),
+            QStringLiteral("watchlist"), QStringLiteral("crypto")};
+}
+
+QString normalizedMoversScope(const QString &scope)
+{
+    return moversScopeIds().contains(scope) ? scope : QStringLiteral("crypto");
+}
+
+QString moversScopeLabel(const QString &scope)
+{
+    const QString id = normalizedMoversScope(scope);
+    if (id == QLatin1String("all"))
+        return translated(QStringLiteral("All delayed"), QStringLiteral("Todos com atraso"));
+    if (id == QLatin1String("b3"))
+        return translated(QStringLiteral("B3 delayed"), QStringLiteral("B3 com atraso"));
+    if (id == QLatin1String("us"))
+        return translated(QStringLiteral("US delayed"), QStringLiteral("EUA com atraso"));
+    if (id == QLatin1String("watchlist"))
+        return translated(QStringLiteral("Watchlist"), QStringLiteral("Lista de ativos"));
+    return translated(QStringLiteral("Crypto 24h"), QStringLiteral("Cripto 24h"));
+}
+
+QStringList moversIntervalIds()
+{
+    return {QStringLiteral("hour"), QStringLiteral("day"), QStringLiteral("week"),
+            QStringLiteral("month")};
+}
+
+QString moversIntervalLabel(const QString &interval)
+{
+    if (interval == QLatin1String("hour"))
+        return translated(QStringLiteral("1 hour"), QStringLiteral("1 hora"));
+    if (interval == QLatin1String("week"))
+        return translated(QStringLiteral("1 week"), QStringLiteral("1 semana"));
+    if (interval == QLatin1String("month"))
+        return translated(QStringLiteral("1 month"), QStringLiteral("1 mês"));
+    return translated(QStringLiteral("1 day"), QStringLiteral("1 dia"));
+}
+
+QStringList moversQuoteSymbols(const QString &scope, const QStringList &universe,
+                               const QStringList &watchlist)
+{
+    const QString id = normalizedMoversScope(scope);
+    if (id == QLatin1String("crypto"))
+        return {};
+    const bool fromWatchlist = id == QLatin1String("watchlist");
+    QStringList symbols;
+    for (const QString &symbol : fromWatchlist ? watchlist : universe) {
+        const AssetClass assetClass = assetClassOf(symbol);
+        bool wanted = false;
+        if (fromWatchlist)
+            wanted = assetClass != AssetClass::Crypto;
+        else if (id == QLatin1String("b3"))
+            wanted = assetClass == AssetClass::BrEquity;
+        else if (id == QLatin1String("us"))
+            wanted = assetClass == AssetClass::UsEquity;
+        else
+            wanted = assetClass == AssetClass::BrEquity || assetClass == AssetClass::UsEquity;
+        if (wanted && !symbols.contains(symbol))
+            symbols.append(symbol);
+    }
+    return symbols;
+}
+
+MoversView buildMoversView(const QList<MoverRecord> &records, const QString &interval,
+                           const MoverFilter &filter,
+                           const std::function<QString(const QString &)> &sectorOf,
+                           const QHash<QString, QList<Candle>> &localSeries)
+{
+    MoversView view;
+    view.records = records;
+    if (interval != QLatin1String("day")) {
+        const qint64 seconds = moversIntervalSeconds(interval);
+        for (MoverRecord &record : view.records) {
+            const auto series = localSeries.constFind(record.symbol);
+            if (series == localSeries.constEnd() || series->size() < 2)
+                continue;
+            record.change = localMoverChange(*series, seconds, record.change);
+            ++view.adjusted;
+        }
+    }
+    view.kept = filterMovers(view.records, filter, sectorOf);
+    view.tiles = breadthTiles(view.kept);
+    view.gainers = topGainers(view.kept);
+    view.losers = topLosers(view.kept);
+    view.mosaic = mosaicItems(view.gainers, view.losers);
+    view.suffix = moversSuffix(interval, view.adjusted);
+    return view;
+}

@@ -90,6 +90,41 @@ QList<MoverRecord> topLosers(const QList<MoverRecord> &records);
 // The first 15 of each, largest absolute change first.
 QList<MoverRecord> mosaicItems(const QList<MoverRecord> &gainers, const QList<MoverRecord> &losers);
 
+// --- Scopes and intervals of the panel ------------------------------------------------------
+
+// "all", "b3", "us", "watchlist", "crypto", in the order the scope selector lists them.
+QStringList moversScopeIds();
+// Any id the selector does not know is the crypto scope.
+QString normalizedMoversScope(const QString &scope);
+// "All delayed", "B3 delayed", "US delayed", "Watchlist", "Crypto 24h", in the current language.
+QString moversScopeLabel(const QString &scope);
+// "hour", "day", "week", "month".
+QStringList moversIntervalIds();
+QString moversIntervalLabel(const QString &interval);
+// The symbols a scope asks Yahoo's batch quote for: the B3 shares and indices, the US shares and
+// indices, both for "all", the watchlist's non-crypto rows for "watchlist"; none for crypto.
+QStringList moversQuoteSymbols(const QString &scope, const QStringList &universe,
+                               const QStringList &watchlist);
+
+// What one pass of the movers pipeline shows, from the records a source gave.
+struct MoversView
+{
+    QList<MoverRecord> records; // after the local-series adjustment
+    QList<MoverRecord> kept;    // after the filter
+    QList<MoverRecord> gainers;
+    QList<MoverRecord> losers;
+    QList<MoverRecord> mosaic;
+    QList<BreadthTile> tiles;
+    int adjusted = 0; // records whose change came from the local series
+    QString suffix;
+};
+// Local-series adjustment (for any interval but "day", symbols with at least 2 local bars), then
+// the filter, the breadth tiles, the gainers and losers and the mosaic.
+MoversView buildMoversView(const QList<MoverRecord> &records, const QString &interval,
+                           const MoverFilter &filter,
+                           const std::function<QString(const QString &)> &sectorOf,
+                           const QHash<QString, QList<Candle>> &localSeries);
+
 // "Strong up" (>= 2), "Up" (>= 0.25), "Strong down" (<= -2), "Down" (<= -0.25), else "Flat", in
 // the current language.
 QString directionClass(double change);

@@ -92,6 +92,12 @@ QNetworkRequest binanceKlinesRequest(const QString &symbol, const QString &inter
             {{"symbol", upperSymbol(symbol)}, {"interval", interval}, {"limit", "180"}}));
 }
 
+QNetworkRequest binanceAllTickersRequest()
+{
+    return QNetworkRequest(
+            providerUrl(Endpoint::BinanceRest, QStringLiteral("/api/v3/ticker/24hr")));
+}
+
 QNetworkRequest binanceExchangeInfoRequest()
 {
     return QNetworkRequest(

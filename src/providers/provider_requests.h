@@ -41,6 +41,8 @@ QNetworkRequest brapiQuoteRequest(const QString &symbol, const QString &token,
 QNetworkRequest finnhubQuoteRequest(const QString &symbol, const QString &apiKey);
 QNetworkRequest binanceKlinesRequest(const QString &symbol, const QString &interval);
 QNetworkRequest binanceExchangeInfoRequest();
+// Every pair's 24-hour ticker in one reply (weight 80: once a minute is far inside the limit).
+QNetworkRequest binanceAllTickersRequest();
 QNetworkRequest binanceDepthRequest(const QString &symbol);
 QNetworkRequest yahooChartRequest(const QString &symbol, const QString &interval,
                                   const QString &range);

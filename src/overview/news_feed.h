@@ -1,0 +1,54 @@
+#pragma once
+
+#include "app/clock.h"
+#include "overview/news.h"
+
+#include <QList>
+#include <QObject>
+#include <QString>
+
+class QNetworkAccessManager;
+
+// What a news refresh asks for: the selectors, the query field, the symbol the headlines are about
+// and the user's news settings.
+struct NewsQuery
+{
+    QString sourceId = QStringLiteral("auto");
+    QString categoryId = QStringLiteral("all");
+    QString queryText;  // the trimmed field text
+    QString newsSymbol; // see newsSymbol()
+    QString language;   // the interface language
+    QString siteEndpoint;
+    QString siteToken;
+    QString newsApiKey;
+};
+
+// Sends one refresh's requests, walking the fallback chain when a source yields nothing, and
+// reports the headlines or the status of the last source asked. Answers of an older refresh are
+// dropped when a newer one has started.
+class NewsFeed : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit NewsFeed(QNetworkAccessManager &network, QObject *parent = nullptr);
+
+    void setClock(Clock clock) { m_clock = std::move(clock); }
+    void refresh(const NewsQuery &query);
+
+signals:
+    // A source gave headlines, or the chain ended at a source that gave none.
+    void newsReady(const QList<NewsItem> &items, const QString &sourceLabel);
+    // The chain ended without a list to show (the public feed failed, or a site request that may
+    // not fall back had no usable address or failed).
+    void newsFailed(const QString &message);
+
+private:
+    void ask(quint64 generation, const NewsQuery &query, const NewsStep &step);
+    void yieldedNothing(quint64 generation, const NewsQuery &query, const NewsStep &step,
+                        const QString &message, const QList<NewsItem> &items);
+
+    QNetworkAccessManager &m_network;
+    Clock m_clock = systemClock();
+    quint64 m_generation = 0;
+};

@@ -485,6 +485,28 @@ NewsRowTexts newsRowTexts(const NewsItem &item, const QString &sourceLabel)
             item.link.isEmpty() ? QStringLiteral("--") : item.link};
 }
 
+QDateTime newsTime(const QString &time)
+{
+    const QString text = time.trimmed();
+    for (Qt::DateFormat format : {Qt::ISODateWithMs, Qt::ISODate, Qt::RFC2822Date}) {
+        const QDateTime parsed = QDateTime::fromString(text, format);
+        if (parsed.isValid())
+            return parsed;
+    }
+    return {};
+}
+
+QString compactNewsTime(const QString &time, const QDateTime &now)
+{
+    const QDateTime parsed = newsTime(time);
+    if (!parsed.isValid())
+        return time;
+    const QDateTime local = parsed.toLocalTime();
+    if (local.date() == now.toLocalTime().date())
+        return local.toString(QStringLiteral("HH:mm"));
+    return local.toString(QStringLiteral("dd/MM HH:mm"));
+}
+
 QString newsUpdatedMessage(const QString &sourceLabel, qsizetype count)
 {
     return translated(QStringLiteral("News updated: %1 (%2 headlines)"),

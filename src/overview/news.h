@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QDateTime>
 #include <QList>
 #include <QNetworkRequest>
 #include <QSet>
@@ -118,6 +119,12 @@ struct NewsRowTexts
     QString time, category, source, headline, tooltip, link;
 };
 NewsRowTexts newsRowTexts(const NewsItem &item, const QString &sourceLabel);
+// A publication time as the feeds write it (ISO 8601 with or without milliseconds or an offset,
+// or RFC 2822 as RSS has it); invalid when it is neither.
+QDateTime newsTime(const QString &time);
+// The time for a narrow column, in local time: "HH:mm" on the day of `now`, else "dd/MM HH:mm";
+// a time that cannot be read is shown as received.
+QString compactNewsTime(const QString &time, const QDateTime &now);
 QString newsUpdatedMessage(const QString &sourceLabel, qsizetype count);
 QString publicNewsErrorMessage();
 QString noPublicHeadlinesMessage(const QString &symbol);

@@ -3,6 +3,7 @@
 #include "app/atomic_file.h"
 #include "app/paths.h"
 #include "market/market_row.h"
+#include "overview/movers.h"
 
 #include <QFile>
 #include <QJsonArray>
@@ -188,6 +189,27 @@ WorkspaceValues readWorkspaceValues(const QJsonObject &document, const QStringLi
     values.bookPreset = acceptedText(document.value(QStringLiteral("book_preset")),
                                      {QStringLiteral("raw"), QStringLiteral("tight"),
                                       QStringLiteral("normal"), QStringLiteral("wide")});
+    const auto nonEmptyText = [&document](const char *key) -> std::optional<QString> {
+        const QString text = document.value(QLatin1String(key)).toString().trimmed();
+        if (text.isEmpty() || text.size() > 80)
+            return std::nullopt;
+        return text;
+    };
+    if (const std::optional<QString> scope = nonEmptyText("movers_scope"))
+        values.moversScope = normalizedMoversScope(*scope);
+    values.moversInterval =
+            acceptedText(document.value(QStringLiteral("movers_interval")), moversIntervalIds());
+    values.moversSector = nonEmptyText("movers_sector");
+    // The spin boxes' ranges: a larger minimum is damage, not a filter.
+    const auto minimum = [&document](const char *key, double largest) -> std::optional<double> {
+        const QJsonValue value = document.value(QLatin1String(key));
+        if (value.isDouble() && std::isfinite(value.toDouble()) && value.toDouble() >= 0 &&
+            value.toDouble() <= largest)
+            return std::round(value.toDouble());
+        return std::nullopt;
+    };
+    values.moversMinVolume = minimum("movers_min_volume", 1e12);
+    values.moversMinTurnover = minimum("movers_min_turnover", 1e15);
     return values;
 }
 
@@ -217,6 +239,12 @@ QJsonObject workspaceValuesToJson(const WorkspaceValues &values)
             {QStringLiteral("book_preset"), values.bookPreset.value_or(QString())},
             {QStringLiteral("indicators"), values.indicators.value_or(QJsonObject())},
             {QStringLiteral("drawings"), values.drawings.value_or(QJsonObject())},
+            {QStringLiteral("movers_min_volume"), values.moversMinVolume.value_or(0.0)},
+            {QStringLiteral("movers_min_turnover"), values.moversMinTurnover.value_or(0.0)},
+            {QStringLiteral("movers_scope"), values.moversScope.value_or(QStringLiteral("crypto"))},
+            {QStringLiteral("movers_interval"),
+             values.moversInterval.value_or(QStringLiteral("hour"))},
+            {QStringLiteral("movers_sector"), values.moversSector.value_or(QStringLiteral("all"))},
     };
 }
 

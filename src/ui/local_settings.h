@@ -46,6 +46,11 @@ struct WorkspaceValues
     std::optional<QString> bookPreset;     // raw, tight, normal or wide
     std::optional<QJsonObject> indicators; // the chart's indicator settings
     std::optional<QJsonObject> drawings;   // "SYMBOL|timeframe" -> drawings of that chart
+    std::optional<QString> moversScope;    // any id the panel does not list is crypto
+    std::optional<QString> moversInterval; // hour, day, week or month
+    std::optional<QString> moversSector;   // "all" or a sector name
+    std::optional<double> moversMinVolume;
+    std::optional<double> moversMinTurnover;
 };
 
 // `timeframes` are the entries the chart's timeframe selector offers, matched case-sensitively.

@@ -9,6 +9,8 @@
 #include "ui/book_panel.h"
 #include "ui/layout_presets.h"
 #include "ui/market_table.h"
+#include "ui/movers_panel.h"
+#include "ui/news_panel.h"
 #include "ui/quote_details.h"
 #include "ui/tape_panel.h"
 
@@ -122,17 +124,13 @@ MainWindow::MainWindow(QWidget *parent)
     milestone("chart panel created");
     m_book = new BookPanel(root);
     milestone("book panel created");
-    m_moversPanel = createPanelPlaceholder(QStringLiteral("moversPanel"), "MARKET MOVERS",
-                                           "DESTAQUES DO MERCADO", "No movers yet",
-                                           "Nenhum destaque ainda");
+    m_movers = new MoversPanel(root);
     milestone("movers panel created");
     m_screenerPanel =
             createPanelPlaceholder(QStringLiteral("screenerPanel"), "SCREENER", "RASTREADOR",
                                    "No symbols screened yet", "Nenhum ativo rastreado ainda");
     milestone("screener panel created");
-    m_newsPanel = createPanelPlaceholder(QStringLiteral("newsPanel"), "MARKET NEWS",
-                                         "NOTÍCIAS DO MERCADO", "No headlines yet",
-                                         "Nenhuma notícia ainda");
+    m_news = new NewsPanel(root);
     milestone("news panel created");
     m_portfolioPanel =
             createPanelPlaceholder(QStringLiteral("portfolioPanel"), "PORTFOLIO / P&L",
@@ -154,9 +152,9 @@ MainWindow::MainWindow(QWidget *parent)
         const char *english;
         const char *portuguese;
     } tabs[] = {
-            {m_moversPanel, "Movers", "Destaques"},
+            {m_movers, "Movers", "Destaques"},
             {m_screenerPanel, "Screener", "Rastreador"},
-            {m_newsPanel, "News", "Notícias"},
+            {m_news, "News", "Notícias"},
             {m_portfolioPanel, "Portfolio", "Carteira"},
             {m_book, "Book", "Livro"},
             {m_tape, "Tape", "Negócios"},
@@ -192,6 +190,7 @@ MainWindow::MainWindow(QWidget *parent)
     connectSignals();
     connectStreams();
     connectChart();
+    connectOverview();
     connect(m_book, &BookPanel::presetClicked, this, &MainWindow::applyBookPreset);
     connect(m_book, &BookPanel::stepEdited, this, [this] {
         // A step typed by hand is nobody's preset until it matches one.

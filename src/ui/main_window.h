@@ -4,6 +4,8 @@
 #include "chart/indicators.h"
 #include "market/market_row.h"
 #include "market/universe.h"
+#include "overview/movers.h"
+#include "overview/news.h"
 #include "providers/api_keys.h"
 #include "providers/quote_router.h"
 #include "streams/order_book.h"
@@ -17,6 +19,10 @@
 
 class BookPanel;
 class MarketTable;
+class MoversFeed;
+class MoversPanel;
+class NewsFeed;
+class NewsPanel;
 class QAction;
 class QActionGroup;
 class QComboBox;
@@ -168,6 +174,23 @@ public:
     void addQuoteTapeRow(const QString &symbol, double price, double changePercent,
                          const QString &note, const QStringList &extraNotes = {});
 
+    // Market movers: the scope's sources, the pipeline that fills the panel, and opening a mover.
+    MoversPanel *moversPanel() const { return m_movers; }
+    MoversFeed *moversFeed() const { return m_moversFeed; }
+    void refreshMarketMovers();
+    void applyMovers(const QString &sourceLabel, const QList<MoverRecord> &records,
+                     bool report = true);
+    // The watchlist rows as movers, from their latest quotes.
+    QList<MoverRecord> watchlistMoverRecords() const;
+    void addOrSelectInWatchlist(const QString &symbol);
+    // Every mover seen, and the label of the source that gave it (the screener reads both).
+    const QHash<QString, MoverRecord> &moversCache() const { return m_moversCache; }
+    QString moverSource(const QString &symbol) const { return m_moverSources.value(symbol); }
+
+    // News.
+    NewsPanel *newsPanel() const { return m_news; }
+    void showNews(const QList<NewsItem> &items, const QString &sourceLabel);
+
 protected:
     void closeEvent(QCloseEvent *event) override;
 
@@ -212,6 +235,10 @@ private:
     void applyBookPreset(const QString &mode);
     void forgetOrderFlowSymbol(const QString &symbol);
     void refreshNews();
+    void createOverviewFeeds();
+    void connectOverview();
+    void moverActionChosen(const QString &symbol, int action);
+    QString moverSectorOf(const QString &symbol) const;
     void refreshAlertHistoryTable();
     void restoreSession();
 
@@ -275,6 +302,14 @@ private:
     QTimer *m_itickPingTimer = nullptr;
     QTimer *m_itickDepthTimer = nullptr;
     QTimer *m_itickReconnectTimer = nullptr;
+    QTimer *m_moversTimer = nullptr;
+    // Live quotes re-rank the watchlist movers at most once a second.
+    QTimer *m_watchlistMoversTimer = nullptr;
+    MoversFeed *m_moversFeed = nullptr;
+    NewsFeed *m_newsFeed = nullptr;
+    QHash<QString, MoverRecord> m_moversCache;
+    QHash<QString, QString> m_moverSources;
+    bool m_moversShown = false; // the panel has shown a source's answer
     QWebSocket *m_tickerSocket = nullptr;
     QWebSocket *m_depthSocket = nullptr;
     QWebSocket *m_tradeSocket = nullptr;
@@ -338,9 +373,9 @@ private:
     QWidget *m_chartPanel = nullptr;
     QWidget *m_consolePane = nullptr;
     BookPanel *m_book = nullptr;
-    QWidget *m_moversPanel = nullptr;
+    MoversPanel *m_movers = nullptr;
     QWidget *m_screenerPanel = nullptr;
-    QWidget *m_newsPanel = nullptr;
+    NewsPanel *m_news = nullptr;
     QWidget *m_portfolioPanel = nullptr;
     TapePanel *m_tape = nullptr;
     QWidget *m_historyPanel = nullptr;

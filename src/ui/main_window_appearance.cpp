@@ -6,6 +6,7 @@
 #include "ui/book_panel.h"
 #include "ui/main_window.h"
 #include "ui/market_table.h"
+#include "ui/movers_panel.h"
 #include "ui/shortcuts.h"
 #include "ui/shortcuts_dialog.h"
 #include "ui/theme.h"
@@ -55,9 +56,10 @@ void MainWindow::applyTheme()
 
 void MainWindow::updateThemedWidgets()
 {
-    // The price chart and the movers mosaic paint their own colours and take the flag when they
-    // arrive; the change cells keep their fixed gain and loss colours in both themes.
+    // The price chart and the movers mosaic paint their own colours; the change cells keep their
+    // fixed gain and loss colours in both themes.
     m_book->applyTheme(m_theme);
+    m_movers->applyTheme(m_theme);
     m_chart->setLightTheme(isLightTheme(m_theme));
 }
 

@@ -29,6 +29,7 @@ void MainWindow::startMarketData()
         refreshQuote(symbol);
     refreshWatchlistBatch();
     refreshNews();
+    refreshMarketMovers();
     // The ticker's pair is asked only when no row already asked for it.
     if (findMarketRow(fxTickerSymbol()) < 0)
         refreshFxTicker();
@@ -38,6 +39,7 @@ void MainWindow::startMarketData()
     m_quoteTimer->start();
     m_watchlistTimer->start();
     m_newsTimer->start();
+    m_moversTimer->start();
     m_fxTimer->start();
 }
 

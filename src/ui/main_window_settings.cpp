@@ -8,6 +8,7 @@
 #include "ui/book_panel.h"
 #include "ui/main_window.h"
 #include "ui/market_table.h"
+#include "ui/movers_panel.h"
 
 #include <QAction>
 #include <QComboBox>
@@ -58,6 +59,12 @@ WorkspaceValues MainWindow::currentWorkspaceValues() const
         values.bookPreset = m_savedBookPreset;
     values.indicators = m_chart->indicatorSettings().toJson();
     values.drawings = m_drawingsStore;
+    const MoversFilters movers = m_movers->filters();
+    values.moversScope = movers.scope;
+    values.moversInterval = movers.interval;
+    values.moversSector = movers.sector;
+    values.moversMinVolume = movers.minimumVolume;
+    values.moversMinTurnover = movers.minimumTurnover;
     return values;
 }
 
@@ -100,6 +107,13 @@ void MainWindow::storeWorkspaceValues(const WorkspaceValues &values)
         m_drawingsStore = *values.drawings;
         refreshChart();
     }
+    MoversFilters movers = m_movers->filters();
+    movers.scope = values.moversScope.value_or(movers.scope);
+    movers.interval = values.moversInterval.value_or(movers.interval);
+    movers.sector = values.moversSector.value_or(movers.sector);
+    movers.minimumVolume = values.moversMinVolume.value_or(movers.minimumVolume);
+    movers.minimumTurnover = values.moversMinTurnover.value_or(movers.minimumTurnover);
+    m_movers->setFilters(movers);
 }
 
 void MainWindow::loadLocalSettings()

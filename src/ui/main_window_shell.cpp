@@ -53,6 +53,8 @@ void MainWindow::createTimers()
     m_itickDepthTimer = createTimer(this, "itickDepthTimer", true);
     // Its interval is set for each retry.
     m_itickReconnectTimer = createTimer(this, "itickReconnectTimer", true);
+    m_moversTimer = createTimer(this, "moversRefreshTimer", false);
+    m_watchlistMoversTimer = createTimer(this, "watchlistMoversTimer", true);
 }
 
 void MainWindow::connectTimers()
@@ -85,11 +87,6 @@ void MainWindow::startSession()
 void MainWindow::restoreSession()
 {
     // The stored account session is checked with the account service once it can be reached.
-}
-
-void MainWindow::refreshNews()
-{
-    // The news panel asks its sources here.
 }
 
 void MainWindow::refreshAlertHistoryTable()

@@ -243,10 +243,7 @@ void MainWindow::updateFxTicker(double price, double changePercent)
 
 void MainWindow::checkPriceAlerts(const QString &, double) {}
 
-void MainWindow::refreshMoversMosaic() {}
-
 void MainWindow::refreshPortfolio() {}
 
 void MainWindow::updateChartLastCandle(const QString &, double) {}
 
-void MainWindow::refreshWatchlistMovers() {}

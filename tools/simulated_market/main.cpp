@@ -27,8 +27,9 @@ int main(int argc, char *argv[])
             "prices.\n\nPoint the terminal at it with QRL_ENDPOINT_*=http://127.0.0.1:<port>, and "
             "QRL_ENDPOINT_BINANCE_STREAM=ws://127.0.0.1:<stream port> (Binance's combined "
             "streams: /stream?streams=<pair>@ticker/<pair>@depth20@100ms/<pair>@trade).\n"
-            "Providers: yahoo, brapi, binance, finnhub, twelvedata, fmp, alpha_vantage, and "
-            "binance_ws for the streams (or all).\n"
+            "Providers: yahoo, yahoo_rss (headline feed), brapi, binance, finnhub, twelvedata, "
+            "fmp, alpha_vantage, newsapi, querlin_news (the house news feed), and binance_ws for "
+            "the streams (or all).\n"
             "Faults: none, 429, 5xx, limit, note, malformed, slow:<ms>, silent; for binance_ws: "
             "none, silent, close, garbage, short_depth.\n"
             "At run time: GET /__sim/fault?provider=<id>&kind=<fault>, GET /__sim/health."));

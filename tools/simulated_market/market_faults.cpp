@@ -6,7 +6,7 @@ const QString kAll = QStringLiteral("all");
 
 QByteArray unavailablePage(const QString &provider)
 {
-    if (provider == QLatin1String("yahoo")) {
+    if (provider == QLatin1String("yahoo") || provider == QLatin1String("yahoo_rss")) {
         return "<!doctype html public \"-//W3C//DTD HTML 4.01//EN\" "
                "\"http://www.w3.org/TR/html4/strict.dtd\">\n<html>\n<head>\n"
                "    <title>Yahoo! - Error report</title>\n</head>\n<body>\n<div id=\"doc\">\n"
@@ -38,7 +38,7 @@ HttpResponse rateLimitReply(const QString &provider)
 {
     HttpResponse response;
     response.status = 429;
-    if (provider == QLatin1String("yahoo")) {
+    if (provider == QLatin1String("yahoo") || provider == QLatin1String("yahoo_rss")) {
         response = HttpResponse::text("Too Many Requests\r\n", 429);
     } else if (provider == QLatin1String("binance")) {
         response.body =
@@ -55,6 +55,11 @@ HttpResponse rateLimitReply(const QString &provider)
         response.status = 402;
         response.body =
                 R"({"error":true,"message":"Você atingiu o limite de requisições para o seu plano. Por favor, considere fazer um upgrade para um plano melhor em brapi.dev/dashboard"})";
+    } else if (provider == QLatin1String("newsapi")) {
+        response.body =
+                R"({"status":"error","code":"rateLimited","message":"You have made too many requests recently. Developer accounts are limited to 100 requests over a 24 hour period (50 requests available every 12 hours). Please upgrade to a paid plan if you need more requests."})";
+    } else if (provider == QLatin1String("querlin_news")) {
+        response.body = R"({"error":"Too many requests. Try again in a few seconds."})";
     } else {
         response.body = kAlphaVantageDaily;
     }
@@ -134,8 +139,9 @@ std::optional<Fault> Fault::parse(const QString &text)
 
 const QStringList &simulatedProviders()
 {
-    static const QStringList providers{"yahoo",      "brapi", "binance",       "finnhub",
-                                       "twelvedata", "fmp",   "alpha_vantage", kBinanceStreams};
+    static const QStringList providers{"yahoo",   "yahoo_rss",    "brapi",        "binance",
+                                       "finnhub", "twelvedata",   "fmp",          "alpha_vantage",
+                                       "newsapi", "querlin_news", kBinanceStreams};
     return providers;
 }
 

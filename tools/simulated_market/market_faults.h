@@ -43,8 +43,9 @@ struct Fault
 inline constexpr int kRetryAfterSeconds = 17;
 inline constexpr int kMaxSlowMs = 600000;
 
-// The providers the market plays, by the ids faults are set with: yahoo, brapi, binance, finnhub,
-// twelvedata, fmp and alpha_vantage over HTTP, and binance_ws, Binance's streams.
+// The providers the market plays, by the ids faults are set with: yahoo, yahoo_rss (Yahoo's
+// headline feed), brapi, binance, finnhub, twelvedata, fmp, alpha_vantage, newsapi and
+// querlin_news (the house news feed) over HTTP, and binance_ws, Binance's streams.
 const QStringList &simulatedProviders();
 inline const QString kBinanceStreams = QStringLiteral("binance_ws");
 bool isStreamProvider(const QString &provider);

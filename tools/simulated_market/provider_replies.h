@@ -88,3 +88,7 @@ HttpResponse alphaVantageReply(const MarketContext &market, const HttpRequest &r
 // is checked.
 HttpResponse alphaVantageMoversReply(const MarketContext &market, const HttpRequest &request);
 
+// The news
+HttpResponse houseNewsReply(const MarketContext &market, const HttpRequest &request);
+HttpResponse newsApiEverythingReply(const MarketContext &market, const HttpRequest &request);
+HttpResponse yahooHeadlineFeedReply(const MarketContext &market, const HttpRequest &request);

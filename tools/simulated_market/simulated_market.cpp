@@ -32,16 +32,22 @@ constexpr Route kRoutes[] = {
         {"/quote", false, "twelvedata", twelveDataQuoteReply},
         {"/api/v3/quote/", true, "fmp", fmpQuoteReply},
         {"/query", false, "alpha_vantage", alphaVantageReply},
+        {"/rss/2.0/headline", false, "yahoo_rss", yahooHeadlineFeedReply},
+        {"/v2/everything", false, "newsapi", newsApiEverythingReply},
+        {"/TERMINAL/NEWS.json", false, "querlin_news", houseNewsReply},
 };
 
 // Whose API a path belongs to, simulated or not, so a provider's faults cover all of it. The
 // first matching prefix wins.
 constexpr std::pair<const char *, const char *> kProviderPaths[] = {
-        {"/v1/finance/", "yahoo"}, {"/v6/finance/", "yahoo"},   {"/v7/finance/", "yahoo"},
-        {"/v8/finance/", "yahoo"}, {"/v10/finance/", "yahoo"},  {"/rss/", "yahoo"},
-        {"/api/v3/quote/", "fmp"}, {"/stable/", "fmp"},         {"/api/v3/", "binance"},
-        {"/api/v1/", "finnhub"},   {"/api/", "brapi"},          {"/time_series", "twelvedata"},
-        {"/price", "twelvedata"},  {"/query", "alpha_vantage"},
+        {"/v1/finance/", "yahoo"},  {"/v6/finance/", "yahoo"},
+        {"/v7/finance/", "yahoo"},  {"/v8/finance/", "yahoo"},
+        {"/v10/finance/", "yahoo"}, {"/rss/", "yahoo_rss"},
+        {"/api/v3/quote/", "fmp"},  {"/stable/", "fmp"},
+        {"/api/v3/", "binance"},    {"/api/v1/", "finnhub"},
+        {"/api/", "brapi"},         {"/time_series", "twelvedata"},
+        {"/price", "twelvedata"},   {"/query", "alpha_vantage"},
+        {"/v2/", "newsapi"},        {"/TERMINAL/NEWS", "querlin_news"},
 };
 
 const Route *routeOf(const QByteArray &path)

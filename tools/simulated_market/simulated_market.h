@@ -14,7 +14,9 @@
 // The market-data providers the terminal calls, played on one loopback port: Yahoo's chart, batch
 // quote (behind its cookie and crumb) and symbol search, BrAPI's quote, Binance's 24-hour ticker,
 // exchange information, book and klines, and the quotes of Finnhub, Twelve Data, Financial Modeling
-// Prep and Alpha Vantage, each in its real reply shape and priced from one seeded PriceWalk.
+// Prep and Alpha Vantage (its quote and its top gainers and losers), and the news the terminal
+// reads: the house feed (/TERMINAL/NEWS.json), NewsAPI's `everything` and Yahoo's RSS headlines,
+// each in its real reply shape and priced from one seeded PriceWalk.
 // Binance's combined streams play on a second port (see BinanceStreams). Point every QRL_ENDPOINT_*
 // variable at baseUrl(), the Binance stream's at streamBaseUrl(), and the terminal runs without the
 // internet.

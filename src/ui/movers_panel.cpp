@@ -148,7 +148,13 @@ MoversPanel::MoversPanel(QWidget *parent)
         splitter->addWidget(pane);
         QTableWidget *table = m_tables[i];
         connect(table, &QWidget::customContextMenuRequested, this,
-                [this, table](const QPoint &position) { openRowMenu(table, position); });
+                [this, table](const QPoint &position) {
+                    QMenu *menu = createRowMenu(table, table->rowAt(position.y()));
+                    if (!menu)
+                        return;
+                    menu->setAttribute(Qt::WA_DeleteOnClose);
+                    menu->popup(table->viewport()->mapToGlobal(position));
+                });
     }
     splitter->setStretchFactor(0, 3);
     splitter->setStretchFactor(1, 2);
@@ -286,15 +292,15 @@ void MoversPanel::applyTheme(const QString &themeId)
         m_tiles.at(i)->setStyleSheet(metricTileStyle(themeId, m_tileColors.at(i)));
 }
 
-QString MoversPanel::openRowMenu(QTableWidget *table, const QPoint &position)
+QMenu *MoversPanel::createRowMenu(QTableWidget *table, int row)
 {
-    const int row = table->rowAt(position.y());
     if (row < 0 || !table->item(row, 0))
-        return {};
+        return nullptr;
     table->selectRow(row);
+    // The symbol is taken now: a refresh may re-rank the rows while the menu is open.
     const QString symbol = table->item(row, 0)->data(Qt::UserRole).toString();
-    QMenu menu(this);
-    menu.setObjectName(QStringLiteral("moversRowMenu"));
+    auto *menu = new QMenu(this);
+    menu->setObjectName(QStringLiteral("moversRowMenu"));
     const struct
     {
         const char *english;
@@ -308,14 +314,14 @@ QString MoversPanel::openRowMenu(QTableWidget *table, const QPoint &position)
     for (const auto &entry : entries) {
         if (entry.action == Action::CreateAlert && !m_alertActionAvailable)
             continue;
-        QAction *action = menu.addAction(
+        QAction *action = menu->addAction(
                 translated(QString::fromUtf8(entry.english), QString::fromUtf8(entry.portuguese)));
+        action->setData(int(entry.action));
         const Action chosen = entry.action;
         connect(action, &QAction::triggered, this,
                 [this, symbol, chosen] { emit symbolAction(symbol, chosen); });
     }
-    menu.exec(table->viewport()->mapToGlobal(position));
-    return symbol;
+    return menu;
 }
 
 void MoversPanel::refillSelectors()
@@ -377,11 +383,13 @@ void MoversPanel::changeEvent(QEvent *event)
     if (event->type() == QEvent::LanguageChange) {
         refillSelectors();
         retranslate();
+        // Tile names and signals follow the language.
         if (m_hasView) {
-            // Tile names and signals follow the language.
             MoversView view = m_view;
             view.tiles = breadthTiles(view.kept);
             showMovers(view);
+        } else {
+            setTiles(breadthTiles({}));
         }
     }
     QWidget::changeEvent(event);

@@ -11,6 +11,7 @@ class MoversMosaic;
 class QComboBox;
 class QDoubleSpinBox;
 class QLabel;
+class QMenu;
 class QTableWidget;
 
 // The five filters of the movers panel, as the settings keep them.
@@ -61,9 +62,9 @@ public:
     QDoubleSpinBox *minimumVolumeBox() const { return m_minimumVolume; }
     QDoubleSpinBox *minimumTurnoverBox() const { return m_minimumTurnover; }
 
-    // The menu of a gainers or losers row, opened at `position` of the table's viewport; returns
-    // the symbol it was opened on (empty over no row).
-    QString openRowMenu(QTableWidget *table, const QPoint &position);
+    // The menu of a gainers or losers row (selected by this), acting on the symbol the row holds
+    // now; null for no row. The caller shows and deletes it.
+    QMenu *createRowMenu(QTableWidget *table, int row);
 
 signals:
     void filtersChanged();

@@ -30,6 +30,7 @@ private slots:
     void localChangeLooksBackOneInterval_data();
     void localChangeLooksBackOneInterval();
     void filtersNeedVolumeTurnoverAndSector();
+    void onlyOtherIntervalsUseLocalSeries();
     void breadthTilesAndCuts();
     void mosaicGridAndFill_data();
     void mosaicGridAndFill();
@@ -155,6 +156,28 @@ void MoversTest::filtersNeedVolumeTurnoverAndSector()
     QCOMPARE(filterMovers(records, {0, 100001, "all"}, sectorOf).size(), 0);
     QCOMPARE(filterMovers(records, {0, 100000, "all"}, sectorOf).first().symbol,
              QStringLiteral("AAPL"));
+}
+
+void MoversTest::onlyOtherIntervalsUseLocalSeries()
+{
+    const qint64 now = 1700100000;
+    const QHash<QString, QList<Candle>> series{
+            {"BTCUSDT", {{now - 3600, 0, 0, 0, 100, 0}, {now, 0, 0, 0, 95, 0}}},
+            {"ETHUSDT", {{now, 0, 0, 0, 3000, 0}}}, // one bar tells nothing
+    };
+    const QList<MoverRecord> records{record("BTCUSDT", 2, 10, 100), record("ETHUSDT", 1, 10, 10)};
+    const auto noSector = [](const QString &) { return QString(); };
+
+    const MoversView hour = buildMoversView(records, "hour", {}, noSector, series);
+    QCOMPARE(hour.adjusted, 1);
+    QCOMPARE(hour.losers.size(), 1);
+    QCOMPARE(hour.losers.first().change, -5.0);
+    QCOMPARE(hour.suffix, QStringLiteral(" | 1 local series adjusted, others provider daily"));
+
+    const MoversView day = buildMoversView(records, "day", {}, noSector, series);
+    QCOMPARE(day.adjusted, 0);
+    QCOMPARE(day.gainers.size(), 2);
+    QCOMPARE(day.suffix, QString());
 }
 
 void MoversTest::breadthTilesAndCuts()

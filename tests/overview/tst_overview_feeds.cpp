@@ -19,7 +19,8 @@ const QByteArray kTickers = R"([
  {"symbol":"ETHBTC","lastPrice":"0.04","priceChangePercent":"1.00","quoteVolume":"10.0","count":10},
  {"symbol":"SOLUSDT","lastPrice":"140.5","priceChangePercent":"-3.25","quoteVolume":"90000000.0","count":400}
 ])";
-const QByteArray kTopMovers = R"({"metadata":"Top gainers, losers, and most actively traded US tickers",
+const QByteArray kTopMovers =
+        R"({"metadata":"Top gainers, losers, and most actively traded US tickers",
  "last_updated":"2024-03-08 16:15:59 US/Eastern",
  "top_gainers":[{"ticker":"SMFL","price":"0.2998","change_amount":"0.1998","change_percentage":"199.8%","volume":"24532917"}],
  "top_losers":[{"ticker":"NVAX","price":"4.6","change_amount":"-1.2","change_percentage":"-20.6897%","volume":"1000"}],
@@ -29,7 +30,8 @@ const QByteArray kRateLimitNote =
         R"({"Note":"Thank you for using Alpha Vantage! Our standard API call frequency is 5 calls per minute and 500 calls per day."})";
 const QByteArray kYahooQuotes =
         R"({"quoteResponse":{"result":[{"symbol":"AAPL","regularMarketPrice":190.5,"regularMarketChangePercent":1.25,"regularMarketVolume":51000000,"sector":"Technology"}],"error":null}})";
-const QByteArray kSiteNews = R"({"domestic":[{"Titulo":"Ibovespa sobe","Fonte":"Valor","Link":"https://news.example.com/1"}]})";
+const QByteArray kSiteNews =
+        R"({"domestic":[{"Titulo":"Ibovespa sobe","Fonte":"Valor","Link":"https://news.example.com/1"}]})";
 const QByteArray kEmptySiteNews = R"({"news":[]})";
 const QByteArray kArticles =
         R"({"status":"ok","totalResults":1,"articles":[{"source":{"id":null,"name":"Reuters"},"title":"Apple rises","url":"https://news.example.com/a","publishedAt":"2024-05-14T13:52:11Z"}]})";
@@ -165,8 +167,8 @@ void OverviewFeedsTest::usMoversFallBackToYahooWhenAlphaVantageGivesNothing_data
     const QList<QByteArray> both{"/query", "/v7/finance/quote"};
     QTest::newRow("top movers") << "demo" << FakeReply::json(kTopMovers)
                                 << QStringList{"SMFL", "NVAX"} << QList<QByteArray>{"/query"};
-    QTest::newRow("empty lists") << "demo" << FakeReply::json(kNoTopMovers)
-                                 << QStringList{"AAPL"} << both;
+    QTest::newRow("empty lists") << "demo" << FakeReply::json(kNoTopMovers) << QStringList{"AAPL"}
+                                 << both;
     QTest::newRow("rate limited") << "demo" << FakeReply::json(kRateLimitNote)
                                   << QStringList{"AAPL"} << both;
     QTest::newRow("server error") << "demo" << FakeReply{.status = 500} << QStringList{"AAPL"}
@@ -268,31 +270,38 @@ void OverviewFeedsTest::newsChainWalksToTheNextSourceWhenOneFails_data()
     const QByteArray newsApiPath = "/v2/everything", sitePath = "/site/news.json",
                      feedPath = "/rss/2.0/headline";
 
-    QTest::newRow("auto with key: NewsAPI") << "auto" << "k" << articles << site << feed
-                                            << "NewsAPI" << QStringList{"Apple rises"}
-                                            << QList<QByteArray>{newsApiPath};
+    QTest::newRow("auto with key: NewsAPI")
+            << "auto"
+            << "k" << articles << site << feed << "NewsAPI" << QStringList{"Apple rises"}
+            << QList<QByteArray>{newsApiPath};
     QTest::newRow("auto: NewsAPI down, site")
-            << "auto" << "k" << down << site << feed << "Querlin JSON"
-            << QStringList{"Ibovespa sobe"} << QList<QByteArray>{newsApiPath, sitePath};
+            << "auto"
+            << "k" << down << site << feed << "Querlin JSON" << QStringList{"Ibovespa sobe"}
+            << QList<QByteArray>{newsApiPath, sitePath};
     QTest::newRow("auto: NewsAPI empty, site down, RSS")
-            << "auto" << "k" << FakeReply::json(kNoArticles) << down << feed << "Public RSS"
+            << "auto"
+            << "k" << FakeReply::json(kNoArticles) << down << feed << "Public RSS"
             << QStringList{"Apple & the market"}
             << QList<QByteArray>{newsApiPath, sitePath, feedPath};
     QTest::newRow("auto without key: site empty, RSS")
-            << "auto" << "" << articles << FakeReply::json(kEmptySiteNews) << feed
-            << "Public RSS" << QStringList{"Apple & the market"}
-            << QList<QByteArray>{sitePath, feedPath};
+            << "auto"
+            << "" << articles << FakeReply::json(kEmptySiteNews) << feed << "Public RSS"
+            << QStringList{"Apple & the market"} << QList<QByteArray>{sitePath, feedPath};
     QTest::newRow("querlin empty: no fallback")
-            << "querlin" << "k" << articles << FakeReply::json(kEmptySiteNews) << feed
-            << "Querlin JSON" << QStringList{} << QList<QByteArray>{sitePath};
+            << "querlin"
+            << "k" << articles << FakeReply::json(kEmptySiteNews) << feed << "Querlin JSON"
+            << QStringList{} << QList<QByteArray>{sitePath};
     QTest::newRow("newsapi empty: no fallback")
-            << "newsapi" << "k" << FakeReply::json(kNoArticles) << site << feed << "NewsAPI"
-            << QStringList{} << QList<QByteArray>{newsApiPath};
+            << "newsapi"
+            << "k" << FakeReply::json(kNoArticles) << site << feed << "NewsAPI" << QStringList{}
+            << QList<QByteArray>{newsApiPath};
     QTest::newRow("newsapi without key: RSS")
-            << "newsapi" << "" << articles << site << feed << "Public RSS"
-            << QStringList{"Apple & the market"} << QList<QByteArray>{feedPath};
+            << "newsapi"
+            << "" << articles << site << feed << "Public RSS" << QStringList{"Apple & the market"}
+            << QList<QByteArray>{feedPath};
     QTest::newRow("public, empty feed")
-            << "public" << "k" << articles << site
+            << "public"
+            << "k" << articles << site
             << FakeReply{.headers = {{"Content-Type", "application/rss+xml"}}, .body = kEmptyFeed}
             << "Public RSS" << QStringList{} << QList<QByteArray>{feedPath};
 }

@@ -51,9 +51,23 @@ void NewsFeed::ask(quint64 generation, const NewsQuery &query, const NewsStep &s
                                   query.queryText, query.language);
         break;
     }
-    case NewsSource::NewsApi:
+    case NewsSource::NewsApi: {
+        const auto kept = m_newsApiBySymbol.constFind(query.newsSymbol);
+        if (kept != m_newsApiBySymbol.constEnd() && m_clock() - kept->atMs < kNewsApiReuseMs) {
+            const QList<NewsItem> items = kept->items;
+            if (items.isEmpty())
+                yieldedNothing(generation, query, step, {}, items);
+            else
+                emit newsReady(items, newsSourceLabel(step.source));
+            return;
+        }
+        if (m_clock() < m_newsApiSilencedUntilMs) {
+            yieldedNothing(generation, query, step, newsApiErrorMessage(), {});
+            return;
+        }
         request = newsApiRequest(query.newsSymbol, query.newsApiKey.trimmed());
         break;
+    }
     case NewsSource::PublicRss:
         request = publicNewsRequest(query.newsSymbol);
         break;
@@ -61,6 +75,8 @@ void NewsFeed::ask(quint64 generation, const NewsQuery &query, const NewsStep &s
     sendProviderGet(
             m_network, request, this,
             [this, generation, query, step](const ProviderReply &reply) {
+                if (step.source == NewsSource::NewsApi && reply.httpStatus == 429)
+                    m_newsApiSilencedUntilMs = m_clock() + kNewsApiSilenceMs;
                 if (generation != m_generation)
                     return;
                 const QString label = newsSourceLabel(step.source);
@@ -74,12 +90,14 @@ void NewsFeed::ask(quint64 generation, const NewsQuery &query, const NewsStep &s
                     return;
                 }
                 QList<NewsItem> items;
-                if (step.source == NewsSource::Site)
+                if (step.source == NewsSource::Site) {
                     items = readSiteNews(reply.body);
-                else if (step.source == NewsSource::NewsApi)
+                } else if (step.source == NewsSource::NewsApi) {
                     items = readNewsApiArticles(reply.body);
-                else
+                    m_newsApiBySymbol.insert(query.newsSymbol, Kept{items, m_clock()});
+                } else {
                     items = readPublicNewsFeed(reply.body);
+                }
                 if (!items.isEmpty()) {
                     emit newsReady(items, label);
                     return;

@@ -3,6 +3,7 @@
 #include "app/clock.h"
 #include "overview/news.h"
 
+#include <QHash>
 #include <QList>
 #include <QObject>
 #include <QString>
@@ -26,11 +27,18 @@ struct NewsQuery
 // Sends one refresh's requests, walking the fallback chain when a source yields nothing, and
 // reports the headlines or the status of the last source asked. Answers of an older refresh are
 // dropped when a newer one has started.
+//
+// NewsAPI's free plan allows 100 requests a day, so its headlines for a symbol are re-used for 15
+// minutes (at most 96 requests a day with the minute refresh) and a throttled reply silences it for
+// an hour; meanwhile the chain goes on to the next source as if NewsAPI had nothing.
 class NewsFeed : public QObject
 {
     Q_OBJECT
 
 public:
+    static constexpr qint64 kNewsApiReuseMs = 15 * 60 * 1000;
+    static constexpr qint64 kNewsApiSilenceMs = 60 * 60 * 1000;
+
     explicit NewsFeed(QNetworkAccessManager &network, QObject *parent = nullptr);
 
     void setClock(Clock clock) { m_clock = std::move(clock); }
@@ -48,7 +56,15 @@ private:
     void yieldedNothing(quint64 generation, const NewsQuery &query, const NewsStep &step,
                         const QString &message, const QList<NewsItem> &items);
 
+    struct Kept
+    {
+        QList<NewsItem> items;
+        qint64 atMs = 0;
+    };
+
     QNetworkAccessManager &m_network;
     Clock m_clock = systemClock();
     quint64 m_generation = 0;
+    QHash<QString, Kept> m_newsApiBySymbol;
+    qint64 m_newsApiSilencedUntilMs = 0;
 };

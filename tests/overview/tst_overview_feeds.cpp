@@ -86,6 +86,7 @@ private slots:
     void newsChainWalksToTheNextSourceWhenOneFails_data();
     void newsChainWalksToTheNextSourceWhenOneFails();
     void unusableSiteAddressSendsNoRequest();
+    void newsApiIsAskedWithinItsDailyQuota();
 
 private:
     MoversFeed &moversFeed(const QString &alphaVantageKey = {});
@@ -361,6 +362,40 @@ void OverviewFeedsTest::unusableSiteAddressSendsNoRequest()
     news.refresh(query);
     QCOMPARE(failed.size(), 1);
     QCOMPARE(m_provider.requests().size(), 0);
+}
+
+void OverviewFeedsTest::newsApiIsAskedWithinItsDailyQuota()
+{
+    m_provider.setReply("/v2/everything", FakeReply::json(kArticles));
+    m_provider.setReply("/site/news.json", FakeReply::json(kSiteNews));
+    NewsFeed news(m_network);
+    news.setClock([this] { return m_now; });
+    QSignalSpy ready(&news, &NewsFeed::newsReady);
+    NewsQuery query;
+    query.newsSymbol = QStringLiteral("AAPL");
+    query.siteEndpoint = m_provider.baseUrl() + QStringLiteral("/site/news.json");
+    query.newsApiKey = QStringLiteral("k");
+    const auto refreshAndWait = [&] {
+        const qsizetype before = ready.size();
+        news.refresh(query);
+        return ready.size() > before || ready.wait();
+    };
+
+    QVERIFY(refreshAndWait());
+    m_now += NewsFeed::kNewsApiReuseMs - 1; // the minute refreshes re-use the answer
+    QVERIFY(refreshAndWait());
+    QCOMPARE(ready.constLast().at(1).toString(), QStringLiteral("NewsAPI"));
+    QCOMPARE(paths(m_provider.requests()), (QList<QByteArray>{"/v2/everything"}));
+
+    // Throttled: the site serves, and NewsAPI rests for the hour.
+    m_provider.setReply("/v2/everything", FakeReply{.status = 429});
+    m_now += 2;
+    QVERIFY(refreshAndWait());
+    QCOMPARE(ready.constLast().at(1).toString(), QStringLiteral("Querlin JSON"));
+    m_provider.clearRequests();
+    m_now += NewsFeed::kNewsApiSilenceMs - 1;
+    QVERIFY(refreshAndWait());
+    QCOMPARE(paths(m_provider.requests()), (QList<QByteArray>{"/site/news.json"}));
 }
 
 QTEST_GUILESS_MAIN(OverviewFeedsTest)

@@ -89,10 +89,11 @@ MoversPanel::MoversPanel(QWidget *parent)
     m_interval->setObjectName(QStringLiteral("moversInterval"));
     m_sector = new QComboBox(this);
     m_sector->setObjectName(QStringLiteral("moversSector"));
+    // The interval's labels are the shortest: the scope and the sector get the room.
     for (QComboBox *box : {m_scope, m_interval, m_sector}) {
         box->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
         box->setMinimumContentsLength(2);
-        selectors->addWidget(box, 1);
+        selectors->addWidget(box, box == m_interval ? 2 : 3);
     }
     layout->addLayout(selectors);
     auto *minimums = new QHBoxLayout;

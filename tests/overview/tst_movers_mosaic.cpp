@@ -9,6 +9,8 @@ class MoversMosaicTest : public QObject
 
 private slots:
     void tilesAreFilledByDirectionAndOpenOnDoubleClick();
+    void volumeLineNeedsA42PixelTile_data();
+    void volumeLineNeedsA42PixelTile();
 };
 
 void MoversMosaicTest::tilesAreFilledByDirectionAndOpenOnDoubleClick()
@@ -45,6 +47,48 @@ void MoversMosaicTest::tilesAreFilledByDirectionAndOpenOnDoubleClick()
     mosaic.setItems({});
     mosaic.grab();
     QVERIFY(mosaic.tileRects().isEmpty());
+}
+
+void MoversMosaicTest::volumeLineNeedsA42PixelTile_data()
+{
+    QTest::addColumn<int>("height");
+    QTest::addColumn<bool>("volumeLine");
+    // 12 tiles on 4 columns use 3 rows: the tile height is (height - 10 - 2 x 5) / 3.
+    QTest::newRow("42 px tiles") << 146 << true;
+    QTest::newRow("41 px tiles") << 143 << false;
+}
+
+void MoversMosaicTest::volumeLineNeedsA42PixelTile()
+{
+    QFETCH(int, height);
+    QFETCH(bool, volumeLine);
+    MoversMosaic mosaic;
+    mosaic.setMinimumHeight(0); // a layout never goes below 210; the rule still holds below it
+    mosaic.resize(471, height);
+    QList<MoverRecord> items;
+    for (int i = 0; i < 12; ++i) {
+        MoverRecord item;
+        item.symbol = QStringLiteral("S%1").arg(i);
+        item.change = -1.0;
+        item.price = 123.45;
+        item.volume = 8.8e9;
+        items << item;
+    }
+    mosaic.setItems(items);
+    const QImage image = mosaic.grab().toImage();
+    const QRect tile = mosaic.tileRects().at(0).toRect();
+    QCOMPARE(tile.height(), volumeLine ? 42 : 41);
+    // The band above the bottom inset, clear of the symbol and the centred change: only the volume
+    // line's light text can be there.
+    int lightPixels = 0;
+    for (int y = tile.bottom() - 12; y <= tile.bottom() - 3; ++y) {
+        for (int x = tile.left() + 5; x < tile.right() - 5; ++x) {
+            const QColor pixel = image.pixelColor(x, y);
+            if (pixel.green() > 150 && pixel.blue() > 150)
+                ++lightPixels;
+        }
+    }
+    QCOMPARE(lightPixels > 0, volumeLine);
 }
 
 QTEST_MAIN(MoversMosaicTest)

@@ -104,9 +104,9 @@ NewsPanel::NewsPanel(QWidget *parent)
     header->setHighlightSections(false);
     header->setSectionResizeMode(QHeaderView::Interactive);
     header->setSectionResizeMode(HeadlineColumn, QHeaderView::Stretch);
-    header->resizeSection(TimeColumn, 84);
+    header->setSectionResizeMode(TimeColumn, QHeaderView::ResizeToContents);
     header->resizeSection(CategoryColumn, 56);
-    header->resizeSection(SourceColumn, 70);
+    header->resizeSection(SourceColumn, 76);
     header->resizeSection(LinkColumn, 120);
     header->setMinimumSectionSize(30);
     m_table->setSelectionBehavior(QAbstractItemView::SelectRows);

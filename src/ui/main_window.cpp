@@ -5,12 +5,14 @@
 #include "app/startup_log.h"
 #include "chart/price_chart.h"
 #include "chart/timeframe.h"
+#include "ui/alert_history_panel.h"
 #include "ui/bilingual.h"
 #include "ui/book_panel.h"
 #include "ui/layout_presets.h"
 #include "ui/market_table.h"
 #include "ui/movers_panel.h"
 #include "ui/news_panel.h"
+#include "ui/portfolio_panel.h"
 #include "ui/quote_details.h"
 #include "ui/tape_panel.h"
 
@@ -132,16 +134,12 @@ MainWindow::MainWindow(QWidget *parent)
     milestone("screener panel created");
     m_news = new NewsPanel(root);
     milestone("news panel created");
-    m_portfolioPanel =
-            createPanelPlaceholder(QStringLiteral("portfolioPanel"), "PORTFOLIO / P&L",
-                                   "CARTEIRA / P&L", "No positions yet", "Nenhuma posição ainda");
+    m_portfolio = new PortfolioPanel(root);
     milestone("portfolio panel created");
     m_tape = new TapePanel(root);
     milestone("tape panel created");
 
-    m_historyPanel = createPanelPlaceholder(QStringLiteral("historyPanel"), "ALERT HISTORY",
-                                            "HISTÓRICO DE ALERTAS", "No alert events yet",
-                                            "Nenhum evento de alerta ainda");
+    m_history = new AlertHistoryPanel(root);
     m_rightTabs = new QTabWidget(root);
     m_rightTabs->setObjectName(QStringLiteral("rightTabs"));
     m_rightTabs->setDocumentMode(false);
@@ -152,13 +150,10 @@ MainWindow::MainWindow(QWidget *parent)
         const char *english;
         const char *portuguese;
     } tabs[] = {
-            {m_movers, "Movers", "Destaques"},
-            {m_screenerPanel, "Screener", "Rastreador"},
-            {m_news, "News", "Notícias"},
-            {m_portfolioPanel, "Portfolio", "Carteira"},
-            {m_book, "Book", "Livro"},
-            {m_tape, "Tape", "Negócios"},
-            {m_historyPanel, "History", "Histórico"},
+            {m_movers, "Movers", "Destaques"},   {m_screenerPanel, "Screener", "Rastreador"},
+            {m_news, "News", "Notícias"},        {m_portfolio, "Portfolio", "Carteira"},
+            {m_book, "Book", "Livro"},           {m_tape, "Tape", "Negócios"},
+            {m_history, "History", "Histórico"},
     };
     for (const auto &tab : tabs) {
         m_rightTabs->addTab(tab.panel, QString());
@@ -191,6 +186,7 @@ MainWindow::MainWindow(QWidget *parent)
     connectStreams();
     connectChart();
     connectOverview();
+    connectPortfolio();
     connect(m_book, &BookPanel::presetClicked, this, &MainWindow::applyBookPreset);
     connect(m_book, &BookPanel::stepEdited, this, [this] {
         // A step typed by hand is nobody's preset until it matches one.

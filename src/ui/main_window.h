@@ -6,6 +6,8 @@
 #include "market/universe.h"
 #include "overview/movers.h"
 #include "overview/news.h"
+#include "portfolio/portfolio.h"
+#include "portfolio/price_alerts.h"
 #include "providers/api_keys.h"
 #include "providers/quote_router.h"
 #include "streams/order_book.h"
@@ -17,12 +19,17 @@
 #include <QMainWindow>
 #include <QSet>
 
+#include <functional>
+
 class BookPanel;
 class MarketTable;
 class MoversFeed;
 class MoversPanel;
 class NewsFeed;
 class NewsPanel;
+class AlertHistoryPanel;
+class PortfolioPanel;
+class QSystemTrayIcon;
 class QAction;
 class QActionGroup;
 class QComboBox;
@@ -191,6 +198,20 @@ public:
     NewsPanel *newsPanel() const { return m_news; }
     void showNews(const QList<NewsItem> &items, const QString &sourceLabel);
 
+    // Portfolios and price alerts.
+    PortfolioPanel *portfolioPanel() const { return m_portfolio; }
+    AlertHistoryPanel *alertHistoryPanel() const { return m_history; }
+    const PortfolioStore &portfolios() const { return m_portfolios; }
+    const QList<PriceAlert> &priceAlerts() const { return m_alerts; }
+    const QList<AlertHistoryEntry> &alertHistory() const { return m_alertHistory; }
+    void createAlert(const QString &symbol);
+    void refreshPortfolio();
+    // Where a CSV export goes: asked with a save dialog unless a test says otherwise.
+    void setCsvPathChooser(std::function<QString(const QString &suggested)> chooser)
+    {
+        m_csvPathChooser = std::move(chooser);
+    }
+
 protected:
     void closeEvent(QCloseEvent *event) override;
 
@@ -227,7 +248,6 @@ private:
     // where that panel learns about a new quote or selection.
     void checkPriceAlerts(const QString &symbol, double price);
     void refreshMoversMosaic();
-    void refreshPortfolio();
     void updateChartLastCandle(const QString &symbol, double price);
     void refreshB3BookNotice(const QString &symbol);
     void refreshSymbolDetailsTable(const QString &symbol);
@@ -240,6 +260,19 @@ private:
     void moverActionChosen(const QString &symbol, int action);
     QString moverSectorOf(const QString &symbol) const;
     void refreshAlertHistoryTable();
+    void connectPortfolio();
+    void loadPersonalState(const QJsonObject &settings);
+    QJsonObject personalStateJson() const;
+    double lastPriceOf(const QString &symbol) const;
+    void portfolioChanged();
+    void portfolioRequested(int request);
+    void addPortfolioPosition();
+    void addPortfolioTransaction(bool dividend);
+    void notifyAlert(const PriceAlert &alert, double price);
+    void alertHistoryRequested(int request, int entry);
+    void exportPortfolioCsv(bool positions);
+    void exportAlertHistoryCsv();
+    void writeCsvExport(const QByteArray &document, const QString &fileName);
     void restoreSession();
 
     void connectChart();
@@ -310,6 +343,14 @@ private:
     QHash<QString, MoverRecord> m_moversCache;
     QHash<QString, QString> m_moverSources;
     bool m_moversShown = false; // the panel has shown a source's answer
+    PortfolioStore m_portfolios;
+    QStringList m_portfolioNamesShown;
+    QList<PriceAlert> m_alerts;
+    QList<AlertHistoryEntry> m_alertHistory;
+    QList<QJsonValue> m_unreadableAlerts; // kept as they were, written back on every save
+    QList<QJsonValue> m_unreadableHistory;
+    QSystemTrayIcon *m_trayIcon = nullptr;
+    std::function<QString(const QString &)> m_csvPathChooser;
     QWebSocket *m_tickerSocket = nullptr;
     QWebSocket *m_depthSocket = nullptr;
     QWebSocket *m_tradeSocket = nullptr;
@@ -376,7 +417,7 @@ private:
     MoversPanel *m_movers = nullptr;
     QWidget *m_screenerPanel = nullptr;
     NewsPanel *m_news = nullptr;
-    QWidget *m_portfolioPanel = nullptr;
+    PortfolioPanel *m_portfolio = nullptr;
     TapePanel *m_tape = nullptr;
-    QWidget *m_historyPanel = nullptr;
+    AlertHistoryPanel *m_history = nullptr;
 };

@@ -155,6 +155,7 @@ void MainWindow::requestYahooChart(const QString &symbol, bool report)
                 if (symbol == fxTickerSymbol()) {
                     m_usdBrlRate = chart.price;
                     updateFxTicker(chart.price, chart.changePercent);
+                    refreshPortfolio();
                 }
                 if (timeframe == m_chartTimeframe)
                     storeCandles(symbol, mergeHourBars(chart.candles, parameters.mergeHours));

@@ -119,13 +119,16 @@ void MainWindow::storeWorkspaceValues(const WorkspaceValues &values)
 void MainWindow::loadLocalSettings()
 {
     // The constructor applies shortcuts, texts, columns and the theme right after this.
-    storeWorkspaceValues(readWorkspaceValues(m_settingsFile.load(), chartTimeframes()));
+    const QJsonObject settings = m_settingsFile.load();
+    storeWorkspaceValues(readWorkspaceValues(settings, chartTimeframes()));
+    loadPersonalState(settings);
     m_logoutAction->setEnabled(hasStoredSession());
 }
 
 void MainWindow::saveLocalSettings()
 {
     m_settingsSaveTimer->stop();
+    m_settingsFile.carry(personalStateJson());
     m_settingsFile.save(workspaceValuesToJson(currentWorkspaceValues()));
 }
 

@@ -89,11 +89,6 @@ void MainWindow::restoreSession()
     // The stored account session is checked with the account service once it can be reached.
 }
 
-void MainWindow::refreshAlertHistoryTable()
-{
-    // The alert history tab lists the stored events here.
-}
-
 void MainWindow::logEvent(const QString &text)
 {
     m_eventConsole->appendPlainText(QStringLiteral("[%1] %2").arg(

@@ -56,8 +56,13 @@ void MainWindow::updateMarketRow(const QString &symbol, double price, double cha
                                  const QString &status)
 {
     // The top-bar ticker follows its pair whether or not the pair has a row.
-    if (symbol == fxTickerSymbol())
+    if (symbol == fxTickerSymbol()) {
         updateFxTicker(price, changePercent);
+        if (std::isfinite(price) && price > 0 && price != m_usdBrlRate) {
+            m_usdBrlRate = price; // every conversion of the portfolios follows it
+            refreshPortfolio();
+        }
+    }
 
     const int row = findMarketRow(symbol);
     if (row < 0) {
@@ -241,9 +246,4 @@ void MainWindow::updateFxTicker(double price, double changePercent)
 
 // The panels below arrive one by one; each hook is where its panel hears about the market table.
 
-void MainWindow::checkPriceAlerts(const QString &, double) {}
-
-void MainWindow::refreshPortfolio() {}
-
 void MainWindow::updateChartLastCandle(const QString &, double) {}
-

@@ -225,6 +225,15 @@ void MarketTable::setRowToolTip(int row, const QString &text)
         cellAt(row, column)->setToolTip(text);
 }
 
+void MarketTable::highlightRow(const QString &symbol, const QColor &color)
+{
+    const int row = findMarketRow(symbol);
+    if (row < 0)
+        return;
+    for (int column = 0; column < columnCount(); ++column)
+        cellAt(row, column)->setBackground(color);
+}
+
 bool MarketTable::moveMarketRow(int from, int to)
 {
     if (from < 0 || to < 0 || from >= rowCount() || to >= rowCount() || from == to)

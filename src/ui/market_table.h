@@ -29,6 +29,8 @@ public:
                          const QString &latency, const QString &status);
     void setMarketStatus(int row, const QString &status);
     void setRowToolTip(int row, const QString &text);
+    // Paints the symbol's row (an alert hit); it keeps the colour until the next highlight of it.
+    void highlightRow(const QString &symbol, const QColor &color);
     // Moves a row and keeps the manual order (sorting stays off). False when nothing moved.
     bool moveMarketRow(int from, int to);
 

@@ -197,9 +197,8 @@ void OverviewWindowTest::rowMenuAddsOrSelectsTheMover()
     QCOMPARE(lastEvent(*m_window), event);
     if (!status.isEmpty())
         QCOMPARE(m_window->statusBar()->currentMessage(), status);
-    // The menu only names what exists: price alerts are not offered yet.
     std::unique_ptr<QMenu> menu(panel->createRowMenu(panel->losersTable(), 0));
-    QCOMPARE(menu->actions().size(), 2);
+    QCOMPARE(menu->actions().size(), 3); // chart, watchlist, alert
     QVERIFY(!panel->createRowMenu(panel->losersTable(), 40));
 }
 

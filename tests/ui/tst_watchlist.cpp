@@ -18,6 +18,7 @@
 #include <QMenu>
 #include <QPlainTextEdit>
 #include <QTest>
+#include <QTimer>
 
 namespace {
 
@@ -324,6 +325,13 @@ void WatchlistTest::rowMenuActsOnTheSymbolItWasOpenedOn()
     table->setSortingEnabled(true);
     QCOMPARE(table->symbols(), (QStringList{"AAPL", "NVDA", "MSFT", "TSLA"}));
 
+    // The window's own "Create alert" form is cancelled as soon as it opens.
+    QTimer closer;
+    connect(&closer, &QTimer::timeout, [] {
+        if (QWidget *dialog = QApplication::activeModalWidget())
+            dialog->close();
+    });
+    closer.start(10);
     QMenu *menu = table->createRowMenu(table->findMarketRow("NVDA"));
     for (int i = 0; i < 5; ++i) {
         window.updateMarketRow("NVDA", 30, 5.5 - i, "Yahoo", "1 ms", "free/delayed");

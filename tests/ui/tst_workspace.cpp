@@ -59,6 +59,23 @@ QSplitter *splitter(const MainWindow &window, const char *name)
     return window.findChild<QSplitter *>(QLatin1String(name));
 }
 
+// Personal state in the form the window writes it, so it reads back unchanged.
+QJsonObject storedAlert()
+{
+    return {{"symbol", "AAPL"},   {"target", 250},      {"above", true},
+            {"triggered", false}, {"repeating", false}, {"last_trigger_ms", 0}};
+}
+
+QJsonObject storedPortfolios()
+{
+    const QJsonObject position{{"symbol", "PETR4.SA"}, {"quantity", 100}, {"average_price", 36.5}};
+    return {{"items", QJsonArray{QJsonObject{{"name", "Main"},
+                                             {"base_currency", "BRL"},
+                                             {"positions", QJsonArray{position}},
+                                             {"transactions", QJsonArray{}}}}},
+            {"active", "Main"}};
+}
+
 QString lastEvent(const MainWindow &window)
 {
     const QString text = window.findChild<QPlainTextEdit *>("eventConsole")->toPlainText();
@@ -214,9 +231,15 @@ void WorkspaceTest::everyKeyRoundTrips()
                                        {"draw_vline", true},
                                        {"draw_trend", false}}},
             {"shortcuts", QJsonObject{{"layout_chart", "Ctrl+Shift+C"}}},
-            {"alerts", QJsonArray{QJsonObject{{"symbol", "AAPL"}, {"target", 250}}}},
-            {"alert_history", QJsonArray{QJsonObject{{"event", "triggered"}}}},
-            {"portfolios", QJsonObject{{"Main", QJsonObject{{"currency", "BRL"}}}}},
+            {"alerts", QJsonArray{storedAlert()}},
+            {"alert_history", QJsonArray{QJsonObject{{"timestamp", "2026-11-20 10:00:00"},
+                                                     {"event", "Triggered"},
+                                                     {"symbol", "AAPL"},
+                                                     {"condition", ">= 250.0000"},
+                                                     {"target", 250},
+                                                     {"price", 251},
+                                                     {"status", "Hit"}}}},
+            {"portfolios", storedPortfolios()},
             {"api_health", QJsonObject{{"yahoo_us", QJsonObject{{"ok", true}}}}},
             {"auth", storedSession()},
             {"sync_versions", QJsonObject{{"settings", 7}}},
@@ -404,8 +427,8 @@ void WorkspaceTest::snapshotCarriesTheLayoutOnly()
 void WorkspaceTest::snapshotNeverTouchesPersonalState()
 {
     IsolatedFolders folders;
-    const QJsonArray alerts{QJsonObject{{"symbol", "AAPL"}, {"target", 250}}};
-    const QJsonObject portfolios{{"Main", QJsonObject{{"cash", 1000}}}};
+    const QJsonArray alerts{storedAlert()};
+    const QJsonObject portfolios = storedPortfolios();
     folders.writeFile(settingsPath(folders), json({{"alerts", alerts},
                                                    {"portfolios", portfolios},
                                                    {"auth", storedSession()},

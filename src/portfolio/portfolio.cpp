@@ -362,7 +362,7 @@ PortfolioValuation valuePortfolio(const Portfolio &portfolio,
                                                 : QString();
     valuation.summary =
             translated(QStringLiteral("%1 Market %2 | P&L %3 | Cash %4 | Div %5%6"),
-                       QStringLiteral("%1 Mercado %2 | L/P %3 | Caixa %4 | Div %5%6"))
+                       QStringLiteral("%1 Mercado %2 | P&L %3 | Caixa %4 | Div %5%6"))
                     .arg(base, fixed(valuation.totalMarket, 2), fixed(valuation.totalPnl, 2),
                          fixed(valuation.cash, 2), fixed(valuation.dividends, 2), partial);
     valuation.summaryColor = valuation.totalPnl >= 0 ? kGain : kLoss;

@@ -493,7 +493,12 @@ void MainWindow::exportPortfolioCsv(bool positions)
                   translated(QStringLiteral("Currency"), QStringLiteral("Moeda")),
                   translated(QStringLiteral("Note"), QStringLiteral("Nota"))};
         for (const PortfolioTransaction &transaction : active->transactions) {
-            rows.append({CsvCell::of(transaction.timestamp), CsvCell::of(transaction.type),
+            const QString type =
+                    transaction.type == QLatin1String("dividend")
+                            ? translated(QStringLiteral("Dividend"), QStringLiteral("Dividendo"))
+                            : translated(QStringLiteral("Cash flow"),
+                                         QStringLiteral("Fluxo de caixa"));
+            rows.append({CsvCell::of(transaction.timestamp), CsvCell::of(type),
                          CsvCell::of(transaction.symbol), CsvCell::of(transaction.amount, 2),
                          CsvCell::of(transaction.currency), CsvCell::of(transaction.note)});
         }

@@ -4,7 +4,6 @@
 
 #include <QComboBox>
 #include <QEvent>
-#include <QGridLayout>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
@@ -12,6 +11,7 @@
 #include <QPushButton>
 #include <QSplitter>
 #include <QTableWidget>
+#include <QToolButton>
 #include <QVBoxLayout>
 
 namespace {
@@ -77,6 +77,33 @@ QString requestText(PortfolioPanel::Request request)
     return {};
 }
 
+// The buttons' short labels; the full text is their tooltip.
+QString shortRequestText(PortfolioPanel::Request request)
+{
+    switch (request) {
+    case PortfolioPanel::Request::AddPosition:
+        return translated(QStringLiteral("+ Position"), QStringLiteral("+ Posição"));
+    case PortfolioPanel::Request::AddCashFlow:
+        return translated(QStringLiteral("+ Cash"), QStringLiteral("+ Caixa"));
+    case PortfolioPanel::Request::AddDividend:
+        return translated(QStringLiteral("+ Dividend"), QStringLiteral("+ Dividendo"));
+    default:
+        return requestText(request);
+    }
+}
+
+QString manageText(PortfolioPanel::Request request)
+{
+    switch (request) {
+    case PortfolioPanel::Request::NewPortfolio:
+        return translated(QStringLiteral("New portfolio"), QStringLiteral("Nova carteira"));
+    case PortfolioPanel::Request::RenamePortfolio:
+        return translated(QStringLiteral("Rename portfolio"), QStringLiteral("Renomear carteira"));
+    default:
+        return translated(QStringLiteral("Delete portfolio"), QStringLiteral("Excluir carteira"));
+    }
+}
+
 } // namespace
 
 PortfolioPanel::PortfolioPanel(QWidget *parent)
@@ -97,17 +124,26 @@ PortfolioPanel::PortfolioPanel(QWidget *parent)
     m_selector->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
     m_selector->setMinimumContentsLength(4);
     choice->addWidget(m_selector, 1);
+    // New, rename and delete share one button: the side pane has no room for three.
+    m_manage = new QToolButton(this);
+    m_manage->setObjectName(QStringLiteral("portfolioManage"));
+    m_manage->setPopupMode(QToolButton::InstantPopup);
+    m_manage->setToolButtonStyle(Qt::ToolButtonTextOnly);
+    auto *manageMenu = new QMenu(m_manage);
     for (Request request :
-         {Request::NewPortfolio, Request::RenamePortfolio, Request::DeletePortfolio})
-        addButton(choice, request);
-    layout->addLayout(choice);
-    auto *adds = new QGridLayout;
-    adds->setSpacing(4);
-    int column = 0;
-    for (Request request : {Request::AddPosition, Request::AddCashFlow, Request::AddDividend}) {
-        QPushButton *button = addButton(nullptr, request);
-        adds->addWidget(button, 0, column++);
+         {Request::NewPortfolio, Request::RenamePortfolio, Request::DeletePortfolio}) {
+        QAction *action = manageMenu->addAction(QString());
+        action->setData(int(request));
+        connect(action, &QAction::triggered, this, [this, request] { emit requested(request); });
+        m_manageActions.append(action);
     }
+    m_manage->setMenu(manageMenu);
+    choice->addWidget(m_manage);
+    layout->addLayout(choice);
+    auto *adds = new QHBoxLayout;
+    adds->setSpacing(4);
+    for (Request request : {Request::AddPosition, Request::AddCashFlow, Request::AddDividend})
+        addButton(adds, request);
     layout->addLayout(adds);
 
     auto *splitter = new QSplitter(Qt::Vertical, this);
@@ -258,9 +294,14 @@ void PortfolioPanel::retranslate()
     m_transactionsTitle->setText(
             translated(QStringLiteral("TRANSACTIONS"), QStringLiteral("TRANSAÇÕES")));
     for (const auto &[button, request] : std::as_const(m_buttons)) {
-        button->setText(requestText(request));
-        button->setToolTip(button->text());
+        button->setText(shortRequestText(request));
+        button->setToolTip(requestText(request));
     }
+    for (QAction *action : std::as_const(m_manageActions))
+        action->setText(manageText(Request(action->data().toInt())));
+    m_manage->setText(translated(QStringLiteral("Manage"), QStringLiteral("Gerenciar")));
+    m_manage->setToolTip(translated(QStringLiteral("New, rename or delete a portfolio"),
+                                    QStringLiteral("Criar, renomear ou excluir uma carteira")));
     m_selector->setToolTip(translated(QStringLiteral("Portfolio"), QStringLiteral("Carteira")));
     m_positions->setHorizontalHeaderLabels({
             translated(QStringLiteral("Symbol"), QStringLiteral("Símbolo")),

@@ -10,6 +10,8 @@ class QLabel;
 class QMenu;
 class QPushButton;
 class QTableWidget;
+class QToolButton;
+class QAction;
 
 // The Portfolio tab: the portfolio selector with its actions, the positions and transactions
 // tables and the one-line summary. It shows the valuation it is given and reports what the user
@@ -64,6 +66,8 @@ private:
 
     QLabel *m_title = nullptr;
     QComboBox *m_selector = nullptr;
+    QToolButton *m_manage = nullptr;
+    QList<QAction *> m_manageActions;
     QList<QPair<QPushButton *, Request>> m_buttons;
     QLabel *m_positionsTitle = nullptr;
     QLabel *m_transactionsTitle = nullptr;

@@ -19,6 +19,7 @@
 #include <QElapsedTimer>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QSignalSpy>
@@ -113,6 +114,7 @@ private slots:
 
     void tickerStreamFollowsTheCryptoRows();
     void tickerFramesFeedRowsAndTheLocalSeries();
+    void tickerFramesFireAlertsOncePerCrossing();
     void droppedTickerFallsBackToRestUntilTheNextCycle();
     void selectingAPairOpensItsDepthAndTradesOnce();
     void depthFramesDecideLadderOrFallback_data();
@@ -262,6 +264,36 @@ void StreamsTest::tickerFramesFeedRowsAndTheLocalSeries()
     QCOMPARE(bars.first().low, 75900.0);
     QCOMPARE(bars.first().close, 76000.0);
     QCOMPARE(bars.first().volume, 0.0);
+}
+
+void StreamsTest::tickerFramesFireAlertsOncePerCrossing()
+{
+    // A one-shot alert and a repeating one on the same target.
+    m_folders->writeFile(m_folders->expectedConfigFolder() + "/local.json",
+                         R"({"alerts":[
+        {"symbol":"BTCUSDT","target":76000,"above":true,"triggered":false,"repeating":false,
+         "last_trigger_ms":0},
+        {"symbol":"BTCUSDT","target":76000,"above":true,"triggered":false,"repeating":true,
+         "last_trigger_ms":0}]})");
+    auto window = startWindow("BTCUSDT");
+    QTRY_COMPARE(window->tickerSocket()->state(), QAbstractSocket::ConnectedState);
+    QStringList frames;
+    for (int i = 0; i < 40; ++i)
+        frames << tickerFrame("BTCUSDT", i % 2 ? "76010.5" : "75990.5", "-3.9");
+    m_server.sendTexts(frames);
+    QTRY_COMPARE(window->marketTable()->item(0, LastColumn)->text(), QStringLiteral("76010.50"));
+    // Forty crossings a moment: each alert fires once and opens one box, and the frames kept
+    // coming.
+    const QList<QMessageBox *> boxes = window->findChildren<QMessageBox *>("priceAlertBox");
+    QCOMPARE(boxes.size(), 2);
+    QVERIFY(boxes.last()->text().endsWith("\nMode: Repeat"));
+    QVERIFY(window->priceAlerts().first().triggered);
+    QVERIFY(window->priceAlerts().last().lastTriggerMs > 0);
+    int hits = 0;
+    for (const AlertHistoryEntry &entry : window->alertHistory())
+        hits += entry.event == QLatin1String("Triggered");
+    QCOMPARE(hits, 2);
+    qDeleteAll(boxes);
 }
 
 void StreamsTest::droppedTickerFallsBackToRestUntilTheNextCycle()

@@ -216,7 +216,8 @@ void MainWindow::moverActionChosen(const QString &text, int action)
                         .arg(symbol));
         break;
     case MoversPanel::Action::CreateAlert:
-        break; // price alerts open their dialog here
+        createAlert(symbol);
+        break;
     }
 }
 

@@ -335,11 +335,14 @@ void MainWindow::addPortfolioTransaction(bool dividend)
 
 void MainWindow::createAlert(const QString &symbol)
 {
-    const std::optional<PriceAlert> alert = runCreateAlertDialog(symbol, lastPriceOf(symbol), this);
+    // A mover opened from its panel may have no quote of its own yet: its mover price stands in.
+    double price = lastPriceOf(symbol);
+    if (!std::isfinite(price))
+        price = m_moversCache.value(symbol).price;
+    const std::optional<PriceAlert> alert = runCreateAlertDialog(symbol, price, this);
     if (!alert)
         return;
     m_alerts.append(*alert);
-    const double price = lastPriceOf(symbol);
     m_alertHistory.append(alertHistoryEntry(
             *alert, QStringLiteral("Armed"), QStringLiteral("Active"),
             std::isfinite(price) ? price : 0, QDateTime::currentMSecsSinceEpoch()));

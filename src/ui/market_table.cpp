@@ -230,8 +230,13 @@ void MarketTable::highlightRow(const QString &symbol, const QColor &color)
     const int row = findMarketRow(symbol);
     if (row < 0)
         return;
-    for (int column = 0; column < columnCount(); ++column)
+    // Light text stays readable on the dark highlight in both themes; the change keeps its colour.
+    const QColor text(QStringLiteral("#f3ead2"));
+    for (int column = 0; column < columnCount(); ++column) {
         cellAt(row, column)->setBackground(color);
+        if (column != ChangeColumn)
+            cellAt(row, column)->setForeground(text);
+    }
 }
 
 bool MarketTable::moveMarketRow(int from, int to)

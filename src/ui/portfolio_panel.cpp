@@ -9,12 +9,15 @@
 #include <QLabel>
 #include <QMenu>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QSplitter>
 #include <QTableWidget>
 #include <QToolButton>
 #include <QVBoxLayout>
 
 namespace {
+
+constexpr int kWideLayoutMinimumWidth = 520;
 
 QTableWidget *createTable(QWidget *parent, const char *name, int columns)
 {
@@ -86,7 +89,7 @@ QString shortRequestText(PortfolioPanel::Request request)
     case PortfolioPanel::Request::AddCashFlow:
         return translated(QStringLiteral("+ Cash"), QStringLiteral("+ Caixa"));
     case PortfolioPanel::Request::AddDividend:
-        return translated(QStringLiteral("+ Dividend"), QStringLiteral("+ Dividendo"));
+        return translated(QStringLiteral("+ Dividend"), QStringLiteral("+ Provento"));
     default:
         return requestText(request);
     }
@@ -223,6 +226,12 @@ void PortfolioPanel::showValuation(const PortfolioValuation &valuation)
                1);
         for (int column : {5, 6})
             m_positions->item(row, column)->setForeground(QColor(texts.pnlColor));
+        // Every field in the tooltip: a narrow pane hides some columns.
+        const QString tip = QStringLiteral("%1  %2 @ %3  |  %4  |  P&L %5 (%6)")
+                                    .arg(texts.symbol, texts.quantity, texts.averagePrice,
+                                         texts.marketValue, texts.pnl, texts.pnlPercent);
+        for (int column = 0; column < m_positions->columnCount(); ++column)
+            m_positions->item(row, column)->setToolTip(tip);
     }
     if (position >= 0 && position < m_positions->rowCount())
         m_positions->selectRow(position);
@@ -233,6 +242,13 @@ void PortfolioPanel::showValuation(const PortfolioValuation &valuation)
                {texts.time, texts.type, texts.symbol, texts.amount, texts.currency, texts.note}, 3);
         m_transactions->item(row, 4)->setTextAlignment(Qt::AlignLeft | Qt::AlignVCenter);
         m_transactions->item(row, 5)->setTextAlignment(Qt::AlignLeft | Qt::AlignVCenter);
+        const QString tip =
+                QStringList{texts.time, texts.type, texts.symbol,
+                            texts.amount + QLatin1Char(' ') + texts.currency, texts.note}
+                        .filter(QRegularExpression(QStringLiteral("\\S")))
+                        .join(QStringLiteral("  |  "));
+        for (int column = 0; column < m_transactions->columnCount(); ++column)
+            m_transactions->item(row, column)->setToolTip(tip);
     }
     m_summary->setText(valuation.summary);
     m_summary->setToolTip(valuation.summary);
@@ -320,6 +336,18 @@ void PortfolioPanel::retranslate()
             translated(QStringLiteral("Currency"), QStringLiteral("Moeda")),
             translated(QStringLiteral("Note"), QStringLiteral("Nota")),
     });
+}
+
+void PortfolioPanel::resizeEvent(QResizeEvent *event)
+{
+    // A narrow side pane keeps what a glance needs (symbol, last, value, P&L; time, type,
+    // amount); the rest is in each row's tooltip.
+    const bool narrow = width() < kWideLayoutMinimumWidth;
+    for (int column : {1, 2})
+        m_positions->setColumnHidden(column, narrow);
+    for (int column : {2, 5})
+        m_transactions->setColumnHidden(column, narrow);
+    QWidget::resizeEvent(event);
 }
 
 void PortfolioPanel::changeEvent(QEvent *event)

@@ -59,6 +59,7 @@ signals:
 
 protected:
     void changeEvent(QEvent *event) override;
+    void resizeEvent(QResizeEvent *event) override;
 
 private:
     QPushButton *addButton(QLayout *layout, Request request);

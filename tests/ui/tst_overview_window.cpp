@@ -7,7 +7,9 @@
 #include "ui/news_panel.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QComboBox>
+#include <QDialog>
 #include <QDoubleSpinBox>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -18,6 +20,7 @@
 #include <QStatusBar>
 #include <QTableWidget>
 #include <QTest>
+#include <QTimer>
 
 #include <memory>
 
@@ -175,6 +178,10 @@ void OverviewWindowTest::rowMenuAddsOrSelectsTheMover_data()
     QTest::newRow("new mover, chart") << 2 << int(MoversPanel::Action::OpenChart) << "G57USDT"
                                       << "Market mover added to watchlist: G57USDT"
                                       << "";
+    QTest::newRow("new mover, alert at its price")
+            << 3 << int(MoversPanel::Action::CreateAlert) << "G56USDT"
+            << "Alert armed: G56USDT >= 10.0000"
+            << "";
     QTest::newRow("listed mover, chart") << 0 << int(MoversPanel::Action::OpenChart) << "G59USDT"
                                          << "Market mover selected: G59USDT"
                                          << "";
@@ -191,6 +198,13 @@ void OverviewWindowTest::rowMenuAddsOrSelectsTheMover()
     m_window->applyMovers(QStringLiteral("Crypto 24h"), crowd());
     const int rowsBefore = m_window->marketTable()->rowCount();
 
+    // The alert form is confirmed as it opens.
+    QTimer confirm;
+    connect(&confirm, &QTimer::timeout, [] {
+        if (auto *dialog = qobject_cast<QDialog *>(QApplication::activeModalWidget()))
+            dialog->accept();
+    });
+    confirm.start(5);
     triggerMenuEntry(panel, panel->gainersTable(), row, MoversPanel::Action(action));
     QCOMPARE(m_window->marketTable()->selectedSymbol(), symbol);
     QCOMPARE(m_window->marketTable()->rowCount(), rowsBefore + (symbol == "G59USDT" ? 0 : 1));

@@ -22,7 +22,8 @@ void MainWindow::setLanguage(const QString &code)
     if (!setInterfaceLanguage(code))
         return;
     retranslateUi();
-    refreshNews(); // headlines are asked for in the interface language
+    refreshPortfolio(); // the summary and the transaction types are texts of the language
+    refreshNews();      // headlines are asked for in the interface language
     saveLocalSettings();
     logEvent(translated(QStringLiteral("Language changed"), QStringLiteral("Idioma alterado")));
 }

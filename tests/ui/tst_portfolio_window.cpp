@@ -178,6 +178,10 @@ void PortfolioWindowTest::positionsAreValuedLiveWithTheDollarRate()
     QCOMPARE(panel->summaryLabel()->text(),
              QStringLiteral("BRL Market 15800.00 | P&L 1150.00 | Cash -470.00 | Div 30.00"));
     QVERIFY(panel->summaryLabel()->styleSheet().contains("#20c878"));
+    m_window->setLanguage(QStringLiteral("pt_BR"));
+    QCOMPARE(panel->summaryLabel()->text(),
+             QStringLiteral("BRL Mercado 15800.00 | P&L 1150.00 | Caixa -470.00 | Div 30.00"));
+    QCOMPARE(panel->transactionsTable()->item(1, 1)->text(), QStringLiteral("Dividendo"));
 }
 
 void PortfolioWindowTest::addingAPositionFollowsTheDialogs()

@@ -26,7 +26,7 @@ QTableWidget *createTable(QWidget *parent, const char *name, int columns)
     table->verticalHeader()->setVisible(false);
     table->verticalHeader()->setDefaultSectionSize(20);
     table->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
-    table->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Stretch);
+    table->horizontalHeader()->setStretchLastSection(true); // the last shown one
     table->horizontalHeader()->setHighlightSections(false);
     table->horizontalHeader()->setMinimumSectionSize(24);
     table->setSelectionBehavior(QAbstractItemView::SelectRows);
@@ -227,9 +227,11 @@ void PortfolioPanel::showValuation(const PortfolioValuation &valuation)
         for (int column : {5, 6})
             m_positions->item(row, column)->setForeground(QColor(texts.pnlColor));
         // Every field in the tooltip: a narrow pane hides some columns.
-        const QString tip = QStringLiteral("%1  %2 @ %3  |  %4  |  P&L %5 (%6)")
-                                    .arg(texts.symbol, texts.quantity, texts.averagePrice,
-                                         texts.marketValue, texts.pnl, texts.pnlPercent);
+        const QString tip =
+                QStringLiteral("%1  %2 @ %3  |  %4 %5  |  %6  |  P&L %7 (%8)")
+                        .arg(texts.symbol, texts.quantity, texts.averagePrice,
+                             translated(QStringLiteral("Last"), QStringLiteral("Último")),
+                             texts.last, texts.marketValue, texts.pnl, texts.pnlPercent);
         for (int column = 0; column < m_positions->columnCount(); ++column)
             m_positions->item(row, column)->setToolTip(tip);
     }
@@ -340,13 +342,20 @@ void PortfolioPanel::retranslate()
 
 void PortfolioPanel::resizeEvent(QResizeEvent *event)
 {
-    // A narrow side pane keeps what a glance needs (symbol, last, value, P&L; time, type,
-    // amount); the rest is in each row's tooltip.
+    // A narrow side pane keeps what a glance needs (symbol, value, P&L; time, type, amount); the
+    // rest is in each row's tooltip and the watchlist.
     const bool narrow = width() < kWideLayoutMinimumWidth;
-    for (int column : {1, 2})
+    for (int column : {1, 2, 3})
         m_positions->setColumnHidden(column, narrow);
     for (int column : {2, 5})
         m_transactions->setColumnHidden(column, narrow);
+    // The columns left share the width there, so nothing scrolls sideways.
+    for (QTableWidget *table : {m_positions, m_transactions}) {
+        QHeaderView *header = table->horizontalHeader();
+        header->setSectionResizeMode(narrow ? QHeaderView::Stretch : QHeaderView::ResizeToContents);
+        // A stretched last section keeps at least the default size, wider than a shared share.
+        header->setStretchLastSection(!narrow);
+    }
     QWidget::resizeEvent(event);
 }
 

@@ -21,7 +21,7 @@ struct LoginBody
 {
     QString email; // trimmed and lower-cased
     QString password;
-    QString lang;
+    QString lang = QStringLiteral("en");
     QString error;
 };
 LoginBody readLoginBody(const QByteArray &body);

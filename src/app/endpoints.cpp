@@ -105,7 +105,22 @@ QUrl endpointUrl(Endpoint endpoint, const QString &path)
     return QUrl(endpointBase(endpoint) + path, QUrl::TolerantMode);
 }
 
-const QString kAccountAuthEndpoint = accountAddress("/TERMINAL/auth");
-const QString kAccountLoginPage = accountAddress("/login_page.php");
-const QString kAccountSyncEndpoint = accountAddress("/TERMINAL/sync");
-const QString kHouseNewsFeed = accountAddress("/TERMINAL/NEWS.json");
+QString accountAuthEndpoint()
+{
+    return accountAddress("/TERMINAL/auth");
+}
+
+QString accountLoginPage()
+{
+    return accountAddress("/login_page.php");
+}
+
+QString accountSyncEndpoint()
+{
+    return accountAddress("/TERMINAL/sync");
+}
+
+QString houseNewsFeed()
+{
+    return accountAddress("/TERMINAL/NEWS.json");
+}

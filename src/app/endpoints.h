@@ -46,8 +46,9 @@ QUrl endpointUrl(Endpoint endpoint, const QString &path);
 // Why a base text cannot be used, or empty when it can.
 QString endpointBaseProblem(const QString &base, bool isStream);
 
-// The account service addresses, built once when the process starts and kept for its whole life.
-extern const QString kAccountAuthEndpoint; // "/TERMINAL/auth"
-extern const QString kAccountLoginPage;    // "/login_page.php"
-extern const QString kAccountSyncEndpoint; // "/TERMINAL/sync"
-extern const QString kHouseNewsFeed;       // "/TERMINAL/NEWS.json"
+// The account service addresses on the configured account base. They are built when asked, so a
+// base set by the environment before the window exists is the one used.
+QString accountAuthEndpoint(); // "/TERMINAL/auth"
+QString accountLoginPage();    // "/login_page.php"
+QString accountSyncEndpoint(); // "/TERMINAL/sync"
+QString houseNewsFeed();       // "/TERMINAL/NEWS.json"

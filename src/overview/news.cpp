@@ -301,7 +301,7 @@ QString newsSymbol(const QString &fieldSymbol, const QString &selectedSymbol)
 QUrl siteNewsEndpoint(const QString &configuredEndpoint)
 {
     const QString configured = configuredEndpoint.trimmed();
-    const QUrl url(configured.isEmpty() ? kHouseNewsFeed : configured, QUrl::StrictMode);
+    const QUrl url(configured.isEmpty() ? houseNewsFeed() : configured, QUrl::StrictMode);
     if (!url.isValid() || url.scheme().isEmpty())
         return {};
     return url;

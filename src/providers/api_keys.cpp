@@ -90,7 +90,7 @@ QByteArray fileLine(const QString &name, QString value)
 QString ApiKeyEntry::description() const
 {
     const QString text = translated(QString::fromUtf8(english), QString::fromUtf8(portuguese));
-    return endsWithNewsFeed ? text + kHouseNewsFeed : text;
+    return endsWithNewsFeed ? text + houseNewsFeed() : text;
 }
 
 QString ApiKeyEntry::displayLabel() const

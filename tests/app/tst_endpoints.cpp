@@ -101,10 +101,10 @@ void EndpointsTest::accountAddressesFollowTheBase()
             override.isEmpty()
                     ? QString::fromLatin1(endpointDefinition(Endpoint::Account).defaultBase)
                     : override.chopped(override.endsWith('/') ? 1 : 0);
-    QCOMPARE(kAccountAuthEndpoint, base + QStringLiteral("/TERMINAL/auth"));
-    QCOMPARE(kAccountLoginPage, base + QStringLiteral("/login_page.php"));
-    QCOMPARE(kAccountSyncEndpoint, base + QStringLiteral("/TERMINAL/sync"));
-    QCOMPARE(kHouseNewsFeed, base + QStringLiteral("/TERMINAL/NEWS.json"));
+    QCOMPARE(accountAuthEndpoint(), base + QStringLiteral("/TERMINAL/auth"));
+    QCOMPARE(accountLoginPage(), base + QStringLiteral("/login_page.php"));
+    QCOMPARE(accountSyncEndpoint(), base + QStringLiteral("/TERMINAL/sync"));
+    QCOMPARE(houseNewsFeed(), base + QStringLiteral("/TERMINAL/NEWS.json"));
 }
 
 QTEST_GUILESS_MAIN(EndpointsTest)

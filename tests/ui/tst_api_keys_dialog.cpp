@@ -93,7 +93,7 @@ void ApiKeysDialogTest::textsAndEyeFollowLanguage_data()
     QTest::newRow("en") << "en"
                         << "API Keys"
                         << "Local keys are saved in the user config folder."
-                        << "Optional override for " + kHouseNewsFeed << "Save"
+                        << "Optional override for " + houseNewsFeed() << "Save"
                         << "Show key"
                         << "Hide key"
                         << QStringList{"Binance API Key", "Binance API Secret",
@@ -101,7 +101,7 @@ void ApiKeysDialogTest::textsAndEyeFollowLanguage_data()
     QTest::newRow("pt_BR") << "pt_BR"
                            << "Chaves de API"
                            << "As chaves locais são salvas"
-                           << "Substituição opcional de " + kHouseNewsFeed << "Salvar"
+                           << "Substituição opcional de " + houseNewsFeed() << "Salvar"
                            << "Mostrar chave"
                            << "Ocultar chave"
                            << QStringList{"Chave de API da Binance", "Segredo de API da Binance",

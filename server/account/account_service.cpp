@@ -459,8 +459,12 @@ QHttpServerResponse AccountService::devicePoll(const QHttpServerRequest &request
         return failure(QStringLiteral("bad_request"), Status::BadRequest);
     if (!m_store.isOpen())
         return failure(QStringLiteral("database_unavailable"), Status::ServiceUnavailable);
+    // A browser can take longer to open the sign-in page than the terminal takes to poll: a
+    // well-formed code first seen here starts its life here, as the start page would start it.
+    if (!m_store.deviceCode(device))
+        m_store.insertDeviceCode(device, now() + m_options.deviceCodeLifetimeSeconds * 1000);
     const auto code = m_store.deviceCode(device);
-    // Unknown, used and expired codes all read as expired: the terminal starts over on 410.
+    // Used and expired codes read as expired: the terminal starts over on 410.
     if (!code || code->state == AccountStore::DeviceState::Used || now() >= code->expiresMs)
         return failure(QStringLiteral("expired"), Status::Gone);
     if (code->state == AccountStore::DeviceState::Pending)

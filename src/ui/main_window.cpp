@@ -187,6 +187,7 @@ MainWindow::MainWindow(QWidget *parent)
     connectChart();
     connectOverview();
     connectPortfolio();
+    connectAccount();
     connect(m_book, &BookPanel::presetClicked, this, &MainWindow::applyBookPreset);
     connect(m_book, &BookPanel::stepEdited, this, [this] {
         // A step typed by hand is nobody's preset until it matches one.
@@ -245,11 +246,10 @@ void MainWindow::setupMenus()
 
     // Entries whose features are not built yet are shown disabled, so the menu keeps its shape.
     QMenu *account = addBoundMenu(m_viewMenu, QStringLiteral("Account"), QStringLiteral("Conta"));
-    for (QAction *action :
-         {addBoundAction(account, QStringLiteral("Sync Now"), QStringLiteral("Sincronizar agora")),
-          addBoundAction(account, QStringLiteral("Sync Status"),
-                         QStringLiteral("Status da sincronização"))})
-        action->setEnabled(false);
+    m_syncNowAction = addBoundAction(account, QStringLiteral("Sync Now"),
+                                     QStringLiteral("Sincronizar agora"));
+    m_syncStatusAction = addBoundAction(account, QStringLiteral("Sync Status"),
+                                        QStringLiteral("Status da sincronização"));
     m_logoutAction =
             addBoundAction(account, QStringLiteral("Logout"), QStringLiteral("Sair da conta"));
 

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "account/account_request.h"
+#include "account/account_session.h"
+#include "account/account_sync.h"
 #include "chart/candle.h"
 #include "chart/indicators.h"
 #include "market/market_row.h"
@@ -117,6 +120,28 @@ public:
     void moveToNextMonitor();
     void logout();
     bool hasStoredSession() const;
+
+    // The account: session and sync.
+    bool login(const QString &email, const QString &password, QString *error);
+    bool loginWithGoogle(QString *error);
+    bool validateStoredSession();
+    void refreshSession();
+    bool showLoginDialog();
+    void syncAccountNow();
+    bool pushAccountState(const QStringList &namespaces);
+    void applyRemoteAccountState(const QHash<QString, RemoteSyncItem> &items);
+    void showAccountSyncStatus();
+    const AccountSession &accountSession() const { return m_session; }
+    const SyncState &syncState() const { return m_syncState; }
+    // Tests shorten the waits and keep the browser closed.
+    void setAccountTiming(int requestTimeoutMs, int googlePollMs, qint64 googleDeadlineMs)
+    {
+        m_accountTimeoutMs = requestTimeoutMs;
+        m_googlePollMs = googlePollMs;
+        m_googleDeadlineMs = googleDeadlineMs;
+    }
+    void setUrlOpener(std::function<bool(const QUrl &)> opener) { m_urlOpener = std::move(opener); }
+    void setOfferLoginAfterLogout(bool offer) { m_offerLoginAfterLogout = offer; }
 
     // Keys and quotes
     void loadConfig();
@@ -274,6 +299,14 @@ private:
     void exportAlertHistoryCsv();
     void writeCsvExport(const QByteArray &document, const QString &fileName);
     void restoreSession();
+    void connectAccount();
+    void loadAccountState(const QJsonObject &settings);
+    QJsonObject accountStateJson() const;
+    void storeSession(const AccountSession &session);
+    QJsonValue localSyncPayload(const QString &name) const;
+    bool applySyncPayload(const QString &name, const QJsonValue &payload);
+    void replaceWatchlist(const QJsonObject &document);
+    void syncFailed(bool push, const AccountReply &reply);
 
     void connectChart();
     void loadChartSymbol(const QString &symbol);
@@ -350,6 +383,16 @@ private:
     QList<QJsonValue> m_unreadableAlerts; // kept as they were, written back on every save
     QList<QJsonValue> m_unreadableHistory;
     QSystemTrayIcon *m_trayIcon = nullptr;
+    AccountSession m_session;
+    SyncState m_syncState;
+    bool m_googleCancelled = false;
+    bool m_accountBusy = false;     // a request to the account service is waiting
+    int m_lastValidationStatus = 0; // of the last stored-session check, 0 when unreachable
+    bool m_offerLoginAfterLogout = true;
+    int m_accountTimeoutMs = kAccountRequestTimeoutMs;
+    int m_googlePollMs = 2000;
+    qint64 m_googleDeadlineMs = 5 * 60 * 1000;
+    std::function<bool(const QUrl &)> m_urlOpener;
     std::function<QString(const QString &)> m_csvPathChooser;
     QWebSocket *m_tickerSocket = nullptr;
     QWebSocket *m_depthSocket = nullptr;
@@ -380,6 +423,8 @@ private:
 
     QMenu *m_viewMenu = nullptr;
     QAction *m_logoutAction = nullptr;
+    QAction *m_syncNowAction = nullptr;
+    QAction *m_syncStatusAction = nullptr;
     QAction *m_apiKeysAction = nullptr;
     QAction *m_shortcutsAction = nullptr;
     QAction *m_englishAction = nullptr;

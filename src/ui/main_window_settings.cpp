@@ -122,6 +122,7 @@ void MainWindow::loadLocalSettings()
     const QJsonObject settings = m_settingsFile.load();
     storeWorkspaceValues(readWorkspaceValues(settings, chartTimeframes()));
     loadPersonalState(settings);
+    loadAccountState(settings);
     m_logoutAction->setEnabled(hasStoredSession());
 }
 
@@ -129,6 +130,7 @@ void MainWindow::saveLocalSettings()
 {
     m_settingsSaveTimer->stop();
     m_settingsFile.carry(personalStateJson());
+    m_settingsFile.carry(accountStateJson());
     m_settingsFile.save(workspaceValuesToJson(currentWorkspaceValues()));
 }
 

@@ -84,11 +84,6 @@ void MainWindow::startSession()
     startMarketData();
 }
 
-void MainWindow::restoreSession()
-{
-    // The stored account session is checked with the account service once it can be reached.
-}
-
 void MainWindow::logEvent(const QString &text)
 {
     m_eventConsole->appendPlainText(QStringLiteral("[%1] %2").arg(
@@ -138,23 +133,6 @@ void MainWindow::moveToNextMonitor()
                                         QStringLiteral("Movido para o monitor: %1"))
                                      .arg(target->name()),
                              kMonitorMessageMs);
-}
-
-bool MainWindow::hasStoredSession() const
-{
-    return !storedSessionToken(m_settingsFile.stored()).isEmpty();
-}
-
-void MainWindow::logout()
-{
-    if (!hasStoredSession())
-        return;
-    // The session lives only in the settings until the account service is reachable from here;
-    // dropping it there ends it on this machine.
-    m_settingsFile.forget(QStringLiteral("auth"));
-    saveLocalSettings();
-    m_logoutAction->setEnabled(false);
-    logEvent(translated(QStringLiteral("Logged out"), QStringLiteral("Sessão encerrada")));
 }
 
 void MainWindow::closeEvent(QCloseEvent *event)

@@ -3,6 +3,7 @@
 #include "ui/alert_history_panel.h"
 #include "ui/main_window.h"
 #include "ui/market_table.h"
+#include "ui/modal_script.h"
 #include "ui/portfolio_panel.h"
 
 #include <QAbstractButton>
@@ -29,65 +30,10 @@
 
 namespace {
 
-using Answer = std::function<void(QWidget *)>;
-
-// Answers the modal dialogs the window opens, in order, from the event loop they run.
-class ModalScript : public QObject
-{
-public:
-    explicit ModalScript(QList<Answer> answers)
-        : m_answers(std::move(answers))
-    {
-        connect(&m_timer, &QTimer::timeout, this, [this] {
-            QWidget *modal = QApplication::activeModalWidget();
-            if (!modal || modal == m_last || m_answers.isEmpty())
-                return;
-            m_last = modal;
-            titles << modal->windowTitle();
-            if (auto *box = qobject_cast<QMessageBox *>(modal))
-                texts << box->text();
-            m_answers.takeFirst()(modal);
-        });
-        m_timer.start(5);
-    }
-    bool done() const { return m_answers.isEmpty(); }
-    QStringList titles;
-    QStringList texts;
-
-private:
-    QList<Answer> m_answers;
-    QTimer m_timer;
-    QPointer<QWidget> m_last;
-};
-
-Answer text(const QString &value)
-{
-    return [value](QWidget *modal) {
-        auto *dialog = qobject_cast<QInputDialog *>(modal);
-        QVERIFY(dialog);
-        dialog->setTextValue(value);
-        dialog->accept();
-    };
-}
-
-Answer number(double value)
-{
-    return [value](QWidget *modal) {
-        auto *dialog = qobject_cast<QInputDialog *>(modal);
-        QVERIFY(dialog);
-        dialog->setDoubleValue(value);
-        dialog->accept();
-    };
-}
-
-Answer button(QMessageBox::StandardButton which)
-{
-    return [which](QWidget *modal) {
-        auto *box = qobject_cast<QMessageBox *>(modal);
-        QVERIFY(box);
-        box->button(which)->click();
-    };
-}
+using Answer = ModalScript::Answer;
+const auto text = ModalScript::text;
+const auto number = ModalScript::number;
+const auto button = ModalScript::button;
 
 QString lastEvent(const MainWindow &window)
 {
@@ -211,7 +157,7 @@ void PortfolioWindowTest::addingAPositionFollowsTheDialogs()
     QCOMPARE(positions.last().toObject().value("average_price").toDouble(), 60000.0);
 
     // A cancelled dialog changes nothing.
-    ModalScript cancel({[](QWidget *modal) { static_cast<QDialog *>(modal)->reject(); }});
+    ModalScript cancel({ModalScript::reject()});
     emit m_window->portfolioPanel()->requested(PortfolioPanel::Request::AddCashFlow);
     QCOMPARE(m_window->portfolioPanel()->transactionsTable()->rowCount(), 2);
 }
@@ -295,7 +241,7 @@ void PortfolioWindowTest::alertArmsFiresOnceAndIsRearmed()
 
 void PortfolioWindowTest::clearingTheHistoryKeepsTheAlerts()
 {
-    ModalScript arm({[](QWidget *modal) { static_cast<QDialog *>(modal)->accept(); }});
+    ModalScript arm({ModalScript::accept()});
     m_window->createAlert(QStringLiteral("PETR4.SA"));
     QCOMPARE(m_window->priceAlerts().size(), 1);
     {

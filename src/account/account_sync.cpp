@@ -142,6 +142,18 @@ QString syncFailureStatus(bool push, int httpStatus, const QString &code, const 
 
 namespace {
 
+// The stored status word ("uploaded", "downloaded", "failed") as the reader's language says it.
+QString syncStatusWord(const QString &status)
+{
+    if (status == QLatin1String("uploaded"))
+        return translated(status, QStringLiteral("enviado"));
+    if (status == QLatin1String("downloaded"))
+        return translated(status, QStringLiteral("baixado"));
+    if (status == QLatin1String("failed"))
+        return translated(status, QStringLiteral("falhou"));
+    return status.isEmpty() ? QStringLiteral("--") : status;
+}
+
 QString localTime(qint64 unixSeconds)
 {
     return QDateTime::fromSecsSinceEpoch(unixSeconds)
@@ -158,7 +170,7 @@ QStringList syncStatusLocalLines(const SyncState &state)
                                   ? localTime(state.lastUnix)
                                   : translated(QStringLiteral("Never"), QStringLiteral("Nunca")));
     lines << translated(QStringLiteral("Last status: %1"), QStringLiteral("Último status: %1"))
-                     .arg(state.lastStatus.isEmpty() ? QStringLiteral("--") : state.lastStatus);
+                     .arg(syncStatusWord(state.lastStatus));
     lines << translated(QStringLiteral("Synced namespaces:"),
                         QStringLiteral("Namespaces sincronizados:"));
     if (state.versions.isEmpty())

@@ -298,9 +298,7 @@ QString FinancialModelingPrepFetcher::displayName() const
 
 QNetworkRequest FinancialModelingPrepFetcher::buildRequest(const QString &symbol) const
 {
-    return fetcherRequest(providerUrl(Endpoint::FinancialModelingPrep,
-                                      "/api/v3/quote/" + encodedPathSegment(symbol),
-                                      {{"apikey", m_apiKey}}));
+    return fetcherRequest(fmpQuoteRequest(symbol, m_apiKey).url());
 }
 
 std::optional<QuoteSnapshot> FinancialModelingPrepFetcher::parseQuote(const QString &symbol,

@@ -16,6 +16,8 @@ void setBearer(QNetworkRequest &request, const QString &token)
     request.setRawHeader("Authorization", "Bearer " + token.toUtf8());
 }
 
+bool g_fmpStableQuote = false;
+
 QString upperSymbol(const QString &symbol)
 {
     return symbol.trimmed().toUpper();
@@ -82,6 +84,32 @@ QNetworkRequest finnhubQuoteRequest(const QString &symbol, const QString &apiKey
 {
     return terminalRequest(providerUrl(Endpoint::Finnhub, QStringLiteral("/api/v1/quote"),
                                        {{"symbol", symbol}, {"token", apiKey}}));
+}
+
+QNetworkRequest fmpQuoteRequest(const QString &symbol, const QString &apiKey)
+{
+    if (g_fmpStableQuote)
+        return terminalRequest(providerUrl(Endpoint::FinancialModelingPrep,
+                                           QStringLiteral("/stable/quote"),
+                                           {{"symbol", symbol}, {"apikey", apiKey}}));
+    return terminalRequest(providerUrl(Endpoint::FinancialModelingPrep,
+                                       "/api/v3/quote/" + encodedPathSegment(symbol),
+                                       {{"apikey", apiKey}}));
+}
+
+bool fmpStableQuoteInUse()
+{
+    return g_fmpStableQuote;
+}
+
+void setFmpStableQuoteInUse(bool stable)
+{
+    g_fmpStableQuote = stable;
+}
+
+bool isFmpLegacyEndpointReply(int httpStatus, const QByteArray &body)
+{
+    return httpStatus == 403 && body.contains("Legacy Endpoint");
 }
 
 // Binance takes its requests bare: no user agent of ours.

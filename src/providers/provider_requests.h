@@ -39,6 +39,14 @@ QNetworkRequest alphaVantageMoversRequest(const QString &apiKey);
 QNetworkRequest brapiQuoteRequest(const QString &symbol, const QString &token,
                                   const QString &range = {}, const QString &interval = {});
 QNetworkRequest finnhubQuoteRequest(const QString &symbol, const QString &apiKey);
+// Financial Modeling Prep answers keys made after August 2025 with HTTP 403 "Legacy Endpoint" on
+// /api/v3; those keys are served the same array under /stable. Once one reply says so, every FMP
+// quote of the run asks /stable.
+QNetworkRequest fmpQuoteRequest(const QString &symbol, const QString &apiKey);
+bool fmpStableQuoteInUse();
+void setFmpStableQuoteInUse(bool stable);
+// The refusal that moves the run to /stable: a 403 whose body names the legacy endpoint.
+bool isFmpLegacyEndpointReply(int httpStatus, const QByteArray &body);
 QNetworkRequest binanceKlinesRequest(const QString &symbol, const QString &interval);
 QNetworkRequest binanceExchangeInfoRequest();
 // Every pair's 24-hour ticker in one reply (weight 80: once a minute is far inside the limit).

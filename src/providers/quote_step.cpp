@@ -1,5 +1,7 @@
 #include "providers/quote_step.h"
 
+#include "providers/provider_requests.h"
+
 #include <QUrlQuery>
 
 namespace {
@@ -89,11 +91,19 @@ void startQuoteStep(QNetworkAccessManager &manager, QObject *context, const Quot
     const QUrl requestUrl = request.url();
     sendProviderGet(
             manager, request, context,
-            [step, providerSymbol, hooks, requestUrl,
-             report = std::move(report)](const ProviderReply &reply) {
+            [&manager, context, step, providerSymbol, hooks, requestUrl,
+             report = std::move(report)](const ProviderReply &reply) mutable {
                 if (hooks.currentGeneration &&
                     hooks.currentGeneration(step.symbol) != step.generation)
                     return;
+                if (step.providerId == QLatin1String("fmp") &&
+                    requestUrl.path().startsWith(QLatin1String("/api/v3/")) &&
+                    isFmpLegacyEndpointReply(reply.httpStatus, reply.body)) {
+                    // A newer key: ask /stable instead, now and for the rest of the run.
+                    setFmpStableQuoteInUse(true);
+                    startQuoteStep(manager, context, step, hooks, std::move(report));
+                    return;
+                }
                 if (reply.tooLarge) {
                     report(AsyncProviderResult::failure(replyTooLargeText()));
                     return;

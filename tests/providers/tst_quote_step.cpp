@@ -1,3 +1,4 @@
+#include "providers/provider_requests.h"
 #include "providers/quote_step.h"
 #include "support/fake_provider.h"
 
@@ -50,6 +51,7 @@ private slots:
     void limitTextNeverShowsTheKey();
     void brokenRepliesFailCleanly_data();
     void brokenRepliesFailCleanly();
+    void newerFmpKeyMovesTheRunToStable();
 
 private:
     struct Run
@@ -264,6 +266,40 @@ void QuoteStepTest::brokenRepliesFailCleanly()
     QVERIFY(!run.reports.first().ok);
     QTEST(run.reports.first().message, "message");
     QVERIFY(run.applied.isEmpty());
+}
+
+void QuoteStepTest::newerFmpKeyMovesTheRunToStable()
+{
+    setFmpStableQuoteInUse(false);
+    m_provider.clearRequests();
+    m_provider.setReply("/api/v3/quote/AAPL",
+                        FakeReply::json(R"({"Error Message": "Legacy Endpoint : only available )"
+                                        R"(for legacy users who have valid subscriptions prior )"
+                                        R"(August 31, 2025"})",
+                                        403));
+    m_provider.setReply("/stable/quote", FakeReply::json(providerData("fmp_quote_msft.json")));
+    m_throttles = {};
+
+    QList<AsyncProviderResult> reports;
+    QuoteStepHooks hooks;
+    hooks.throttles = &m_throttles;
+    const QuoteStep step{QuoteStepKind::KeyedUs, "fmp", "AAPL", fetcherFor("fmp"), 1, {}};
+    const auto report = [&reports](const AsyncProviderResult &result) { reports << result; };
+    startQuoteStep(m_manager, this, step, hooks, report);
+    QTRY_COMPARE(reports.size(), 1);
+    QVERIFY(reports.first().ok);
+    QCOMPARE(m_provider.requests().size(), 2);
+    QCOMPARE(m_provider.requests().at(1).path, "/stable/quote");
+    QCOMPARE(m_provider.requests().at(1).queryItem("symbol"), "AAPL");
+    QCOMPARE(m_provider.requests().at(1).queryItem("apikey"), "FMP");
+
+    // The next quote goes straight to /stable.
+    startQuoteStep(m_manager, this, step, hooks, report);
+    QTRY_COMPARE(reports.size(), 2);
+    QVERIFY(reports.last().ok);
+    QCOMPARE(m_provider.requests().size(), 3);
+    QCOMPARE(m_provider.requests().at(2).path, "/stable/quote");
+    setFmpStableQuoteInUse(false);
 }
 
 QTEST_GUILESS_MAIN(QuoteStepTest)

@@ -435,7 +435,7 @@ void SimulatedMarketTest::controlPaths()
     QCOMPARE(get("/__sim/fault?provider=binance_ws&kind=429").status, 400);
     QCOMPARE(get("/__sim/fault?provider=finnhub&kind=garbage").status, 400);
     QCOMPARE(get("/__sim/fault?provider=all&kind=close").body,
-             R"({"ok":true,"faults":{"binance_ws":"close"}})");
+             R"({"ok":true,"faults":{"binance_ws":"close","itick_ws":"close"}})");
 }
 
 void SimulatedMarketTest::exchangeInfoListsPairsToFilter()

@@ -133,6 +133,8 @@ BinanceStreams::Subscription BinanceStreams::subscription(const QString &name) c
 void BinanceStreams::acceptConnections()
 {
     while (QWebSocket *socket = m_server.nextPendingConnection()) {
+        if (m_otherStreams && m_otherStreams(socket))
+            continue;
         socket->setParent(this);
         const QUrl url = socket->requestUrl();
         Connection connection;

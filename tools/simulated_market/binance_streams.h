@@ -61,6 +61,13 @@ public:
     // Takes a new fault at once rather than at the next tick: "close" drops every connection.
     void applyFault();
 
+    // Another stream served on this port: each new connection is offered to `take` first, and one
+    // it takes is no longer this object's concern.
+    void setOtherStreams(std::function<bool(QWebSocket *)> take)
+    {
+        m_otherStreams = std::move(take);
+    }
+
     static constexpr QWebSocketProtocol::CloseCode kFaultCloseCode =
             QWebSocketProtocol::CloseCodeGoingAway;
 
@@ -126,6 +133,7 @@ private:
     const BinanceExchange &m_exchange;
     Clock m_clock;
     FaultSource m_fault;
+    std::function<bool(QWebSocket *)> m_otherStreams;
     QWebSocketServer m_server;
     QTimer m_timer;
     QHash<QWebSocket *, Connection> m_connections;

@@ -26,11 +26,13 @@ int main(int argc, char *argv[])
             "Plays the market-data providers of Terminal Querlin on 127.0.0.1 with simulated "
             "prices.\n\nPoint the terminal at it with QRL_ENDPOINT_*=http://127.0.0.1:<port>, and "
             "QRL_ENDPOINT_BINANCE_STREAM=ws://127.0.0.1:<stream port> (Binance's combined "
-            "streams: /stream?streams=<pair>@ticker/<pair>@depth20@100ms/<pair>@trade).\n"
+            "streams: /stream?streams=<pair>@ticker/<pair>@depth20@100ms/<pair>@trade), and "
+            "QRL_ENDPOINT_ITICK_STREAM at the same stream port (iTick's stock stream: /stock).\n"
             "Providers: yahoo, yahoo_rss (headline feed), brapi, binance, finnhub, twelvedata, "
-            "fmp, alpha_vantage, newsapi, querlin_news (the house news feed), and binance_ws for "
-            "the streams (or all).\n"
-            "Faults: none, 429, 5xx, limit, note, malformed, slow:<ms>, silent; for binance_ws: "
+            "fmp, alpha_vantage, newsapi, querlin_news (the house news feed), and binance_ws and "
+            "itick_ws for the streams (or all).\n"
+            "Faults: none, 429, 5xx, limit, note, malformed, slow:<ms>, silent; for binance_ws and "
+            "itick_ws: "
             "none, silent, close, garbage, short_depth.\n"
             "At run time: GET /__sim/fault?provider=<id>&kind=<fault>, GET /__sim/health."));
     parser.addHelpOption();
@@ -40,7 +42,8 @@ int main(int argc, char *argv[])
             QStringLiteral("N"), QStringLiteral("8765"));
     const QCommandLineOption streamPortOption(
             QStringLiteral("stream-port"),
-            QStringLiteral("Port of the Binance streams, 8766 by default (0: any free one)."),
+            QStringLiteral(
+                    "Port of the Binance and iTick streams, 8766 by default (0: any free one)."),
             QStringLiteral("N"), QStringLiteral("8766"));
     const QCommandLineOption seedOption(QStringLiteral("seed"),
                                         QStringLiteral("Seed of the price series, 42 by default."),

@@ -139,15 +139,15 @@ std::optional<Fault> Fault::parse(const QString &text)
 
 const QStringList &simulatedProviders()
 {
-    static const QStringList providers{"yahoo",   "yahoo_rss",    "brapi",        "binance",
-                                       "finnhub", "twelvedata",   "fmp",          "alpha_vantage",
-                                       "newsapi", "querlin_news", kBinanceStreams};
+    static const QStringList providers{"yahoo",   "yahoo_rss",    "brapi",         "binance",
+                                       "finnhub", "twelvedata",   "fmp",           "alpha_vantage",
+                                       "newsapi", "querlin_news", kBinanceStreams, kItickStreams};
     return providers;
 }
 
 bool isStreamProvider(const QString &provider)
 {
-    return provider == kBinanceStreams;
+    return provider == kBinanceStreams || provider == kItickStreams;
 }
 
 bool faultFits(const QString &provider, FaultKind kind)
@@ -184,7 +184,8 @@ QString FaultBoard::apply(const QString &setting)
     const std::optional<Fault> fault = Fault::parse(setting.mid(equals + 1));
     if (!fault)
         return QStringLiteral("unknown fault \"%1\" (none, 429, 5xx, limit, note, malformed, "
-                              "slow:<ms>, silent; for binance_ws: close, garbage, short_depth)")
+                              "slow:<ms>, silent; for binance_ws and itick_ws: close, garbage, "
+                              "short_depth)")
                 .arg(setting.mid(equals + 1));
     if (provider != kAll && !simulatedProviders().contains(provider))
         return QStringLiteral("unknown provider \"%1\" (%2 or all)")

@@ -45,9 +45,11 @@ inline constexpr int kMaxSlowMs = 600000;
 
 // The providers the market plays, by the ids faults are set with: yahoo, yahoo_rss (Yahoo's
 // headline feed), brapi, binance, finnhub, twelvedata, fmp, alpha_vantage, newsapi and
-// querlin_news (the house news feed) over HTTP, and binance_ws, Binance's streams.
+// querlin_news (the house news feed) over HTTP, binance_ws, Binance's streams, and itick_ws, iTick's
+// stock stream.
 const QStringList &simulatedProviders();
 inline const QString kBinanceStreams = QStringLiteral("binance_ws");
+inline const QString kItickStreams = QStringLiteral("itick_ws");
 bool isStreamProvider(const QString &provider);
 // Whether the provider can show that fault; every provider takes None and Silent.
 bool faultFits(const QString &provider, FaultKind kind);

@@ -82,9 +82,11 @@ SimulatedMarket::SimulatedMarket(quint64 seed, Clock clock, QObject *parent)
     , m_walk(seed, clock)
     , m_binance(seed, m_catalogue)
     , m_server([this](const HttpRequest &request) { return respond(request); })
-    , m_streams(m_walk, m_binance, std::move(clock),
-                [this] { return m_faults.faultOf(kBinanceStreams); })
+    , m_streams(m_walk, m_binance, clock, [this] { return m_faults.faultOf(kBinanceStreams); })
+    , m_itick(m_walk, std::move(clock), [this] { return m_faults.faultOf(kItickStreams); })
 {
+    m_streams.setOtherStreams([this](QWebSocket *socket) { return m_itick.accept(socket); });
+    connect(&m_itick, &ItickStreams::served, this, &SimulatedMarket::served);
     connect(&m_streams, &BinanceStreams::served, this, &SimulatedMarket::served);
     connect(&m_server, &HttpServer::answered, this, [this](const HttpRequest &request, int status) {
         QString target = QString::fromLatin1(request.path);
@@ -110,6 +112,7 @@ QString SimulatedMarket::applyFault(const QString &setting)
 {
     const QString problem = m_faults.apply(setting);
     m_streams.applyFault();
+    m_itick.applyFault();
     return problem;
 }
 

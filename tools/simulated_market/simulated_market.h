@@ -5,6 +5,7 @@
 #include "simulated_market/binance_exchange.h"
 #include "simulated_market/binance_streams.h"
 #include "simulated_market/instruments.h"
+#include "simulated_market/itick_streams.h"
 #include "simulated_market/market_faults.h"
 #include "simulated_market/price_walk.h"
 
@@ -17,9 +18,10 @@
 // Prep and Alpha Vantage (its quote and its top gainers and losers), and the news the terminal
 // reads: the house feed (/TERMINAL/NEWS.json), NewsAPI's `everything` and Yahoo's RSS headlines,
 // each in its real reply shape and priced from one seeded PriceWalk.
-// Binance's combined streams play on a second port (see BinanceStreams). Point every QRL_ENDPOINT_*
-// variable at baseUrl(), the Binance stream's at streamBaseUrl(), and the terminal runs without the
-// internet.
+// Binance's combined streams play on a second port (see BinanceStreams), and iTick's stock stream
+// beside them at /stock (see ItickStreams): WebSocket upgrades are not taken on the HTTP port. Point
+// every QRL_ENDPOINT_* variable at baseUrl(), the Binance and iTick streams' at streamBaseUrl(), and
+// the terminal runs without the internet.
 //
 // Two control paths sit beside them:
 //   GET /__sim/health                                -> {"ok":true,"seed":42}
@@ -45,6 +47,7 @@ public:
     QString streamBaseUrl() const { return m_streams.baseUrl(); }
     QString streamErrorString() const { return m_streams.errorString(); }
     BinanceStreams &streams() { return m_streams; }
+    ItickStreams &itickStreams() { return m_itick; }
 
     quint64 seed() const { return m_walk.seed(); }
     const PriceWalk &prices() const { return m_walk; }
@@ -71,4 +74,5 @@ private:
     FaultBoard m_faults;
     HttpServer m_server;
     BinanceStreams m_streams;
+    ItickStreams m_itick;
 };

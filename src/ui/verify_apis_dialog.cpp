@@ -19,11 +19,11 @@ namespace {
 
 // Free texts are elided at these widths (their tooltip holds the whole text), so the status
 // columns stay on screen at the dialog's default size.
-constexpr int kKeyWidth = 190;
-constexpr int kCoverageWidth = 220;
-constexpr int kBookDepthWidth = 190;
-constexpr int kFallbackWidth = 140;
-constexpr int kLastErrorWidth = 220;
+constexpr int kKeyWidth = 140;
+constexpr int kCoverageWidth = 130;
+constexpr int kBookDepthWidth = 110;
+constexpr int kFallbackWidth = 100;
+constexpr int kLastErrorWidth = 200;
 constexpr int kCellPadding = 18;
 
 struct Header
@@ -156,7 +156,9 @@ VerifyApisDialog::VerifyApisDialog(const KeyLookup &keys, const ApiHealthRecords
         m_table->setItem(row, RankColumn, rank);
         m_table->setItem(row, ProviderColumn, textItem(QString::fromLatin1(entry.provider)));
         // The key's name only: its value never reaches the dialog.
-        m_table->setItem(row, KeyColumn, textItem(QString::fromLatin1(entry.keyName), true));
+        m_table->setItem(row, KeyColumn,
+                         *entry.keyName ? textItem(QString::fromLatin1(entry.keyName), true)
+                                        : textItem(QStringLiteral("—")));
         m_table->setItem(row, CascadeColumn, cascade);
         m_table->setItem(row, CoverageColumn, textItem(QString::fromUtf8(entry.coverage), true));
         m_table->setItem(row, BookDepthColumn, textItem(QString::fromUtf8(entry.bookDepth), true));
@@ -200,29 +202,7 @@ VerifyApisDialog::VerifyApisDialog(const KeyLookup &keys, const ApiHealthRecords
     layout->addLayout(buttons);
 
     retranslate();
-
-    // Sized once: the widest of what a record can show, so later updates never reflow the table.
-    m_table->resizeColumnsToContents();
-    const QFontMetrics metrics = m_table->fontMetrics();
-    const auto atLeast = [&](int column, const QString &sample) {
-        const int width = metrics.horizontalAdvance(sample) + kCellPadding;
-        if (m_table->columnWidth(column) < width)
-            m_table->setColumnWidth(column, width);
-    };
-    const auto atMost = [&](int column, int width) {
-        if (m_table->columnWidth(column) > width)
-            m_table->setColumnWidth(column, width);
-    };
-    atLeast(HealthColumn, QString::fromLatin1(kNoProbeState));
-    atLeast(LatencyColumn, QStringLiteral("10000 ms"));
-    atLeast(LastSuccessColumn, QStringLiteral("0000-00-00 00:00:00"));
-    atLeast(CountersColumn, QStringLiteral("000 / 000 / 000"));
-    atLeast(LastErrorColumn, QStringLiteral("HTTP 429 rate limit"));
-    atMost(KeyColumn, kKeyWidth);
-    atMost(CoverageColumn, kCoverageWidth);
-    atMost(BookDepthColumn, kBookDepthWidth);
-    atMost(FallbackColumn, kFallbackWidth);
-    atMost(LastErrorColumn, kLastErrorWidth);
+    m_closeButton->setFocus(); // not the table, which would frame its first cell
 }
 
 void VerifyApisDialog::setRecord(const QString &healthKey, const ApiHealthRecord &record)
@@ -273,6 +253,44 @@ void VerifyApisDialog::refreshQuota()
             }
         }
     }
+}
+
+void VerifyApisDialog::showEvent(QShowEvent *event)
+{
+    // Sized once the style sheet has set the fonts and paddings, to the widest of what a record can
+    // show, so later updates never reflow the table.
+    if (!m_columnsSized) {
+        m_columnsSized = true;
+        sizeColumns();
+    }
+    QDialog::showEvent(event);
+}
+
+void VerifyApisDialog::sizeColumns()
+{
+    m_table->resizeColumnsToContents();
+    const QFontMetrics metrics = m_table->fontMetrics();
+    const auto atLeast = [&](int column, const QString &sample) {
+        const int width = metrics.horizontalAdvance(sample) + kCellPadding;
+        if (m_table->columnWidth(column) < width)
+            m_table->setColumnWidth(column, width);
+    };
+    // Texts are elided, never the header: a cap yields to a header that is wider.
+    const auto atMost = [&](int column, int width) {
+        width = qMax(width, m_table->horizontalHeader()->sectionSizeHint(column));
+        if (m_table->columnWidth(column) > width)
+            m_table->setColumnWidth(column, width);
+    };
+    atLeast(HealthColumn, QString::fromLatin1(kNoProbeState));
+    atLeast(LatencyColumn, QStringLiteral("10000 ms"));
+    atLeast(LastSuccessColumn, QStringLiteral("0000-00-00 00:00:00"));
+    atLeast(CountersColumn, QStringLiteral("000 / 000 / 000"));
+    atLeast(LastErrorColumn, QStringLiteral("HTTP 429 rate limit"));
+    atMost(KeyColumn, kKeyWidth);
+    atMost(CoverageColumn, kCoverageWidth);
+    atMost(BookDepthColumn, kBookDepthWidth);
+    atMost(FallbackColumn, kFallbackWidth);
+    atMost(LastErrorColumn, kLastErrorWidth);
 }
 
 void VerifyApisDialog::changeEvent(QEvent *event)

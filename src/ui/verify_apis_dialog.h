@@ -58,8 +58,10 @@ signals:
 
 protected:
     void changeEvent(QEvent *event) override;
+    void showEvent(QShowEvent *event) override;
 
 private:
+    void sizeColumns();
     void retranslate();
     void fillRecord(int row, const ApiHealthRecord &record);
     void updateProgressText();
@@ -75,4 +77,5 @@ private:
     QPushButton *m_closeButton = nullptr;
     int m_answered = 0;
     int m_total = 0;
+    bool m_columnsSized = false;
 };

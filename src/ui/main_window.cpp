@@ -5,6 +5,7 @@
 #include "app/startup_log.h"
 #include "chart/price_chart.h"
 #include "chart/timeframe.h"
+#include "streams/itick_session.h"
 #include "ui/alert_history_panel.h"
 #include "ui/bilingual.h"
 #include "ui/book_panel.h"
@@ -236,6 +237,10 @@ MainWindow::~MainWindow()
     for (QWebSocket *socket : {m_tickerSocket, m_depthSocket, m_tradeSocket}) {
         socket->disconnect(this);
         socket->abort();
+    }
+    if (m_itick) {
+        m_itick->disconnect(this);
+        m_itick->stop();
     }
 }
 

@@ -25,6 +25,7 @@
 #include <functional>
 
 class BookPanel;
+class ItickSession;
 class MarketTable;
 class MoversFeed;
 class MoversPanel;
@@ -334,6 +335,7 @@ private:
     void setCryptoRowsStatus(const QString &status);
     void refreshCryptoRowsOverRest();
     void startItick(const QString &symbol);
+    void connectItick();
     // The QUOTE and STATS tables and the metrics of a symbol's watchlist row.
     void fillQuoteStatsTables(const QString &symbol);
     void applySavedBookPreset();
@@ -368,6 +370,7 @@ private:
     QTimer *m_itickPingTimer = nullptr;
     QTimer *m_itickDepthTimer = nullptr;
     QTimer *m_itickReconnectTimer = nullptr;
+    ItickSession *m_itick = nullptr; // the US Level 2 stream of the book's symbol
     QTimer *m_moversTimer = nullptr;
     // Live quotes re-rank the watchlist movers at most once a second.
     QTimer *m_watchlistMoversTimer = nullptr;

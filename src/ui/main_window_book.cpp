@@ -6,6 +6,7 @@
 #include "providers/provider_http.h"
 #include "providers/provider_requests.h"
 #include "streams/binance_frames.h"
+#include "streams/itick_session.h"
 #include "ui/book_panel.h"
 #include "ui/main_window.h"
 #include "ui/market_table.h"
@@ -364,4 +365,35 @@ void MainWindow::forgetOrderFlowSymbol(const QString &symbol)
     if (symbol == m_tapeSymbol)
         switchTapeSymbol(QString());
     m_localPriceSeries.remove(symbol);
+}
+
+void MainWindow::connectItick()
+{
+    m_itick = new ItickSession({m_itickPingTimer, m_itickDepthTimer, m_itickReconnectTimer},
+                               systemClock(), this);
+    // Every report names its symbol: one the book has left meanwhile is not shown.
+    connect(m_itick, &ItickSession::connecting, this,
+            [this](const QString &symbol, const QString &state) {
+                if (symbol != m_bookSymbol)
+                    return;
+                m_depthPending = true;
+                m_depthValid = false;
+                resetBook(panelTitleText(orderBookWord(), symbol, state));
+            });
+    connect(m_itick, &ItickSession::status, this,
+            [this](const QString &symbol, const QString &state) {
+                if (symbol == m_bookSymbol && !m_depthValid)
+                    setBookTitle(panelTitleText(orderBookWord(), symbol, state));
+            });
+    connect(m_itick, &ItickSession::level2Book, this,
+            [this](const QString &symbol, const Level2Book &book) {
+                if (symbol == m_bookSymbol)
+                    showLevel2Depth(book, itickLevel2Title(symbol));
+            });
+    connect(m_itick, &ItickSession::fallbackToLevel1, this,
+            [this](const QString &symbol, const QString &reason) {
+                if (symbol == m_bookSymbol)
+                    showUsLevel1Fallback(symbol, reason);
+            });
+    connect(m_itick, &ItickSession::event, this, &MainWindow::logEvent);
 }

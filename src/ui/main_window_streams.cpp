@@ -5,6 +5,7 @@
 #include "providers/provider_http.h"
 #include "providers/provider_requests.h"
 #include "streams/binance_frames.h"
+#include "streams/itick_session.h"
 #include "ui/book_panel.h"
 #include "ui/main_window.h"
 #include "ui/market_table.h"
@@ -76,6 +77,7 @@ void MainWindow::createStreams()
     m_tickerSocket = create("tickerSocket");
     m_depthSocket = create("depthSocket");
     m_tradeSocket = create("tradeSocket");
+    connectItick();
 }
 
 void MainWindow::connectStreams()
@@ -204,6 +206,8 @@ void MainWindow::switchBookSymbol()
     if (!m_marketDataStarted)
         return;
     const QString symbol = m_marketTable->selectedSymbol();
+    if (symbol.isEmpty() || assetClassOf(symbol) != AssetClass::UsEquity)
+        m_itick->stop();
     if (symbol.isEmpty()) {
         m_bookSymbol.clear();
         closeOnPurpose(m_depthSocket);
@@ -247,13 +251,10 @@ void MainWindow::switchBookSymbol()
 
 void MainWindow::startItick(const QString &symbol)
 {
-    // Five-level US depth comes from the iTick stream when a key is set; until it is wired in, the
-    // book shows the US Level 1 snapshot.
-    showUsLevel1Fallback(symbol, m_keys.apiKey(QStringLiteral("itick_api_key")).isEmpty()
-                                         ? translated(QStringLiteral("iTick key missing"),
-                                                      QStringLiteral("chave iTick ausente"))
-                                         : translated(QStringLiteral("iTick stream unavailable"),
-                                                      QStringLiteral("stream iTick indisponível")));
+    // Five-level US depth comes from the iTick stream when a key is set; without one, or once its
+    // retries are spent, the session asks for the US Level 1 snapshot.
+    m_itick->setKey(m_keys.apiKey(QStringLiteral("itick_api_key")));
+    m_itick->start(symbol);
 }
 
 void MainWindow::onDepthConnected()

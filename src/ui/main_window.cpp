@@ -15,6 +15,7 @@
 #include "ui/news_panel.h"
 #include "ui/portfolio_panel.h"
 #include "ui/quote_details.h"
+#include "ui/screener_panel.h"
 #include "ui/tape_panel.h"
 
 #include <QAction>
@@ -129,9 +130,7 @@ MainWindow::MainWindow(QWidget *parent)
     milestone("book panel created");
     m_movers = new MoversPanel(root);
     milestone("movers panel created");
-    m_screenerPanel =
-            createPanelPlaceholder(QStringLiteral("screenerPanel"), "SCREENER", "RASTREADOR",
-                                   "No symbols screened yet", "Nenhum ativo rastreado ainda");
+    m_screener = new ScreenerPanel(root);
     milestone("screener panel created");
     m_news = new NewsPanel(root);
     milestone("news panel created");
@@ -151,7 +150,7 @@ MainWindow::MainWindow(QWidget *parent)
         const char *english;
         const char *portuguese;
     } tabs[] = {
-            {m_movers, "Movers", "Destaques"},   {m_screenerPanel, "Screener", "Rastreador"},
+            {m_movers, "Movers", "Destaques"},   {m_screener, "Screener", "Rastreador"},
             {m_news, "News", "Notícias"},        {m_portfolio, "Portfolio", "Carteira"},
             {m_book, "Book", "Livro"},           {m_tape, "Tape", "Negócios"},
             {m_history, "History", "Histórico"},

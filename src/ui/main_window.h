@@ -33,6 +33,7 @@ class NewsFeed;
 class NewsPanel;
 class AlertHistoryPanel;
 class PortfolioPanel;
+class ScreenerPanel;
 class QSystemTrayIcon;
 class QAction;
 class QActionGroup;
@@ -219,6 +220,9 @@ public:
     // Every mover seen, and the label of the source that gave it (the screener reads both).
     const QHash<QString, MoverRecord> &moversCache() const { return m_moversCache; }
     QString moverSource(const QString &symbol) const { return m_moverSources.value(symbol); }
+    // The screener over the universe or the watchlist, from the rows' quotes and the movers.
+    ScreenerPanel *screenerPanel() const { return m_screener; }
+    void refreshScreener();
 
     // News.
     NewsPanel *newsPanel() const { return m_news; }
@@ -374,6 +378,7 @@ private:
     QTimer *m_moversTimer = nullptr;
     // Live quotes re-rank the watchlist movers at most once a second.
     QTimer *m_watchlistMoversTimer = nullptr;
+    QTimer *m_screenerTimer = nullptr; // quotes rebuild the screener at most once a second
     MoversFeed *m_moversFeed = nullptr;
     NewsFeed *m_newsFeed = nullptr;
     QHash<QString, MoverRecord> m_moversCache;
@@ -463,7 +468,7 @@ private:
     QWidget *m_consolePane = nullptr;
     BookPanel *m_book = nullptr;
     MoversPanel *m_movers = nullptr;
-    QWidget *m_screenerPanel = nullptr;
+    ScreenerPanel *m_screener = nullptr;
     NewsPanel *m_news = nullptr;
     PortfolioPanel *m_portfolio = nullptr;
     TapePanel *m_tape = nullptr;

@@ -3,14 +3,17 @@
 #include "market/symbols.h"
 #include "overview/movers_feed.h"
 #include "overview/news_feed.h"
+#include "overview/screener.h"
 #include "ui/main_window.h"
 #include "ui/market_table.h"
 #include "ui/movers_panel.h"
 #include "ui/news_panel.h"
+#include "ui/screener_panel.h"
 
 #include <QDesktopServices>
 #include <QStatusBar>
 #include <QTabWidget>
+#include <QTableWidgetItem>
 #include <QTimer>
 
 #include <cmath>
@@ -77,6 +80,18 @@ void MainWindow::connectOverview()
                         false);
     });
 
+    m_screenerTimer = new QTimer(this);
+    m_screenerTimer->setObjectName(QStringLiteral("screenerRefreshTimer"));
+    m_screenerTimer->setSingleShot(true);
+    m_screenerTimer->setInterval(kWatchlistMoversDelayMs);
+    connect(m_screenerTimer, &QTimer::timeout, this, &MainWindow::refreshScreener);
+    connect(m_screener, &ScreenerPanel::filtersChanged, this, [this] {
+        scheduleSettingsSave();
+        refreshScreener();
+    });
+    connect(m_screener, &ScreenerPanel::symbolActivated, this,
+            [this](const QString &symbol) { moverActionChosen(symbol, 0); });
+
     connect(m_newsFeed, &NewsFeed::newsReady, this, &MainWindow::showNews);
     connect(m_newsFeed, &NewsFeed::newsFailed, this,
             [this](const QString &message) { statusBar()->showMessage(message); });
@@ -135,6 +150,7 @@ void MainWindow::applyMovers(const QString &sourceLabel, const QList<MoverRecord
 
     m_movers->showMovers(view);
     m_moversShown = true;
+    refreshScreener();
     if (report) {
         statusBar()->showMessage(moversStatusText(sourceLabel, int(view.gainers.size()),
                                                   int(view.losers.size()), view.suffix));
@@ -162,9 +178,31 @@ QList<MoverRecord> MainWindow::watchlistMoverRecords() const
     return records;
 }
 
+void MainWindow::refreshScreener()
+{
+    if (!m_screener || !m_screenerTimer)
+        return;
+    m_screenerTimer->stop();
+    ScreenerInputs inputs;
+    inputs.universe = m_universe.symbols();
+    for (const QString &symbol : m_marketTable->symbols()) {
+        MarketQuote quote = m_lastQuotes.value(symbol);
+        quote.symbol = symbol;
+        const int row = findMarketRow(symbol);
+        if (const QTableWidgetItem *source = m_marketTable->item(row, SourceColumn))
+            quote.source = source->text();
+        inputs.watchlist.append(quote);
+    }
+    inputs.movers = m_moversCache;
+    inputs.moverSources = m_moverSources;
+    inputs.localSeries = m_localPriceSeries;
+    m_screener->setRows(screenerRows(inputs, m_screener->filters()));
+}
+
 void MainWindow::refreshMoversMosaic()
 {
-    // Rows came or went: the watchlist movers follow.
+    // Rows came or went: the screener and the watchlist movers follow.
+    refreshScreener();
     if (m_movers && m_movers->filters().scope == QLatin1String("watchlist"))
         m_watchlistMoversTimer->start();
 }
@@ -172,6 +210,8 @@ void MainWindow::refreshMoversMosaic()
 void MainWindow::refreshWatchlistMovers()
 {
     // A row's quote changed: re-ranked at most once a second, however fast quotes arrive.
+    if (m_screenerTimer && !m_screenerTimer->isActive())
+        m_screenerTimer->start();
     if (m_movers && m_movers->filters().scope == QLatin1String("watchlist") &&
         !m_watchlistMoversTimer->isActive())
         m_watchlistMoversTimer->start();
@@ -193,6 +233,7 @@ void MainWindow::addOrSelectInWatchlist(const QString &symbol)
     if (assetClassOf(symbol) == AssetClass::Crypto)
         rebuildTickerStream();
     saveWatchlist();
+    refreshMoversMosaic(); // the screener and the watchlist movers
     mergeUniverseSymbols({symbol});
     logEvent(translated(QStringLiteral("Market mover added to watchlist: %1"),
                         QStringLiteral("Destaque do mercado adicionado à lista: %1"))

@@ -5,10 +5,12 @@
 #include "chart/indicators.h"
 #include "chart/price_chart.h"
 #include "chart/timeframe.h"
+#include "overview/screener.h"
 #include "ui/book_panel.h"
 #include "ui/main_window.h"
 #include "ui/market_table.h"
 #include "ui/movers_panel.h"
+#include "ui/screener_panel.h"
 
 #include <QAction>
 #include <QComboBox>
@@ -123,6 +125,7 @@ void MainWindow::loadLocalSettings()
     storeWorkspaceValues(readWorkspaceValues(settings, chartTimeframes()));
     loadPersonalState(settings);
     loadAccountState(settings);
+    m_screener->setFilters(readScreenerFilters(settings, m_screener->filters()));
     m_logoutAction->setEnabled(hasStoredSession());
 }
 
@@ -131,6 +134,7 @@ void MainWindow::saveLocalSettings()
     m_settingsSaveTimer->stop();
     m_settingsFile.carry(personalStateJson());
     m_settingsFile.carry(accountStateJson());
+    m_settingsFile.carry(screenerFiltersToJson(m_screener->filters()));
     m_settingsFile.save(workspaceValuesToJson(currentWorkspaceValues()));
 }
 
@@ -148,6 +152,7 @@ void MainWindow::applySettingsObject(const QJsonObject &settings)
     for (const QString &key : workspaceValuesToJson({}).keys())
         carried.remove(key);
     m_settingsFile.carry(carried);
+    m_screener->setFilters(readScreenerFilters(settings, m_screener->filters()));
 
     applyConfiguredShortcuts();
     if (interfaceLanguage() != language)

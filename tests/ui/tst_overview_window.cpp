@@ -1,10 +1,12 @@
 #include "app/language.h"
 #include "overview/movers_mosaic.h"
+#include "overview/screener.h"
 #include "support/isolated_folders.h"
 #include "ui/main_window.h"
 #include "ui/market_table.h"
 #include "ui/movers_panel.h"
 #include "ui/news_panel.h"
+#include "ui/screener_panel.h"
 
 #include <QAction>
 #include <QApplication>
@@ -89,6 +91,7 @@ private slots:
     void rowMenuAddsOrSelectsTheMover_data();
     void rowMenuAddsOrSelectsTheMover();
     void mosaicDoubleClickOpensTheSymbol();
+    void screenerFollowsMoversAndWatchlist();
     void headlinesStayPlainText();
     void selectorsFollowTheLanguage();
 
@@ -229,6 +232,31 @@ void OverviewWindowTest::mosaicDoubleClickOpensTheSymbol()
     QCOMPARE(mosaic->tileRects().size(), 12); // 3 columns, 4 rows
     QTest::mouseDClick(mosaic, Qt::LeftButton, {}, mosaic->tileRects().at(1).center().toPoint());
     QCOMPARE(m_window->marketTable()->selectedSymbol(), QStringLiteral("G58USDT"));
+}
+
+void OverviewWindowTest::screenerFollowsMoversAndWatchlist()
+{
+    ScreenerPanel *screener = m_window->screenerPanel();
+    QTableWidget *table = screener->table();
+    // The watchlist scope: AAPL has no quote yet, G59USDT takes its values from the movers.
+    QCOMPARE(screener->filters().scope, QStringLiteral("watchlist"));
+    m_window->applyMovers(QStringLiteral("Crypto 24h"), crowd());
+    QCOMPARE(column(table, ScreenerPanel::SymbolColumn), (QStringList{"AAPL", "G59USDT"}));
+    const int aapl = column(table, ScreenerPanel::SymbolColumn).indexOf("AAPL");
+    QCOMPARE(table->item(aapl, ScreenerPanel::SignalColumn)->text(), QStringLiteral("Not loaded"));
+
+    // A filter change rebuilds at once; a row added from elsewhere joins.
+    ScreenerFilters filters = screener->filters();
+    filters.minimumChange = 10;
+    screener->setFilters(filters);
+    emit screener->filtersChanged();
+    QCOMPARE(column(table, ScreenerPanel::SymbolColumn), QStringList{"G59USDT"});
+    m_window->addOrSelectInWatchlist(QStringLiteral("G58USDT"));
+    QCOMPARE(column(table, ScreenerPanel::SymbolColumn), (QStringList{"G58USDT", "G59USDT"}));
+
+    // Activating a row opens its symbol.
+    emit screener->symbolActivated(QStringLiteral("G59USDT"));
+    QCOMPARE(m_window->marketTable()->selectedSymbol(), QStringLiteral("G59USDT"));
 }
 
 void OverviewWindowTest::headlinesStayPlainText()

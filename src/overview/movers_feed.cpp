@@ -97,6 +97,7 @@ void MoversFeed::askBinance(quint64 generation)
 void MoversFeed::askAlphaVantage(quint64 generation, const QStringList &quoteSymbols)
 {
     const QString key = m_alphaVantageKey();
+    countProviderRequest(m_quota, QStringLiteral("alpha_vantage"));
     sendProviderGet(
             m_network, alphaVantageMoversRequest(key.trimmed()), this,
             [this, generation, quoteSymbols](const ProviderReply &reply) {

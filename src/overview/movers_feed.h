@@ -3,6 +3,7 @@
 #include "app/clock.h"
 #include "overview/movers.h"
 #include "providers/provider_http.h"
+#include "providers/quota_meter.h"
 
 #include <QHash>
 #include <QList>
@@ -38,6 +39,7 @@ public:
 
     void setClock(Clock clock) { m_clock = std::move(clock); }
     void setAlphaVantageKey(std::function<QString()> key) { m_alphaVantageKey = std::move(key); }
+    void setQuotaMeter(QuotaMeter *meter) { m_quota = meter; }
 
     // Asks the scope's sources (or re-uses a recent answer) and reports through moversReady or
     // binanceFailed. `quoteSymbols` are the symbols Yahoo is asked for; `knownRecords` join the
@@ -83,4 +85,5 @@ private:
     QHash<QString, QStringList> m_yahooSymbolsByScope;
     QHash<QString, QString> m_sectors;
     qint64 m_alphaVantageSilencedUntilMs = 0;
+    QuotaMeter *m_quota = nullptr;
 };

@@ -66,6 +66,7 @@ void NewsFeed::ask(quint64 generation, const NewsQuery &query, const NewsStep &s
             return;
         }
         request = newsApiRequest(query.newsSymbol, query.newsApiKey.trimmed());
+        countProviderRequest(m_quota, QStringLiteral("newsapi"));
         break;
     }
     case NewsSource::PublicRss:

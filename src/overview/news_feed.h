@@ -2,6 +2,7 @@
 
 #include "app/clock.h"
 #include "overview/news.h"
+#include "providers/quota_meter.h"
 
 #include <QHash>
 #include <QList>
@@ -42,6 +43,7 @@ public:
     explicit NewsFeed(QNetworkAccessManager &network, QObject *parent = nullptr);
 
     void setClock(Clock clock) { m_clock = std::move(clock); }
+    void setQuotaMeter(QuotaMeter *meter) { m_quota = meter; }
     void refresh(const NewsQuery &query);
 
 signals:
@@ -67,4 +69,5 @@ private:
     quint64 m_generation = 0;
     QHash<QString, Kept> m_newsApiBySymbol;
     qint64 m_newsApiSilencedUntilMs = 0;
+    QuotaMeter *m_quota = nullptr;
 };

@@ -297,6 +297,7 @@ QuoteStepHooks QuoteRouter::stepHooks()
     hooks.throttles = &m_throttles;
     hooks.clock = m_clock;
     hooks.transferTimeoutMs = m_transferTimeoutMs;
+    hooks.quota = m_quota;
     return hooks;
 }
 

@@ -5,6 +5,7 @@
 #include "providers/async_provider_cascade.h"
 #include "providers/provider_table.h"
 #include "providers/provider_throttles.h"
+#include "providers/quota_meter.h"
 #include "providers/quote_step.h"
 #include "providers/yahoo_session.h"
 
@@ -45,6 +46,8 @@ public:
     void setClock(Clock clock);
     void setStepTimeoutMs(int milliseconds) { m_stepTimeoutMs = milliseconds; }
     void setTransferTimeoutMs(int milliseconds);
+    // Every keyed request the cascade sends is counted here (never changing what it sends).
+    void setQuotaMeter(QuotaMeter *meter) { m_quota = meter; }
 
     // The order the symbol's class and the current keys give, and one cascade over it.
     void refreshQuote(const QString &symbol);
@@ -91,6 +94,7 @@ private:
     Clock m_clock = systemClock();
     int m_stepTimeoutMs = AsyncProviderCascade::kStepTimeoutMs;
     int m_transferTimeoutMs = kProviderTransferTimeoutMs;
+    QuotaMeter *m_quota = nullptr;
     QHash<QString, quint64> m_generations;
     QHash<QString, QPointer<AsyncProviderCascade>> m_cascades;
     ProviderThrottles m_throttles;

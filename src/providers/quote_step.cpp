@@ -89,6 +89,7 @@ void startQuoteStep(QNetworkAccessManager &manager, QObject *context, const Quot
     QNetworkRequest request = step.fetcher->buildRequest(providerSymbol);
     request.setTransferTimeout(hooks.transferTimeoutMs);
     const QUrl requestUrl = request.url();
+    countProviderRequest(hooks.quota, step.providerId);
     sendProviderGet(
             manager, request, context,
             [&manager, context, step, providerSymbol, hooks, requestUrl,

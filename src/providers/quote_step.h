@@ -5,6 +5,7 @@
 #include "providers/provider_http.h"
 #include "providers/provider_response.h"
 #include "providers/provider_throttles.h"
+#include "providers/quota_meter.h"
 
 #include <QString>
 #include <QUrl>
@@ -64,6 +65,7 @@ struct QuoteStepHooks
     ProviderThrottles *throttles = nullptr;
     Clock clock = systemClock();
     int transferTimeoutMs = kProviderTransferTimeoutMs; // a silent provider fails as HTTP 0
+    QuotaMeter *quota = nullptr; // counts each request against the provider's free limits
 };
 
 // Sends the fetcher's request and, when the reply finishes, applies a good quote and reports the

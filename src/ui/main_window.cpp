@@ -188,6 +188,7 @@ MainWindow::MainWindow(QWidget *parent)
     connectOverview();
     connectPortfolio();
     connectAccount();
+    connectProviders();
     connect(m_book, &BookPanel::presetClicked, this, &MainWindow::applyBookPreset);
     connect(m_book, &BookPanel::stepEdited, this, [this] {
         // A step typed by hand is nobody's preset until it matches one.
@@ -261,8 +262,8 @@ void MainWindow::setupMenus()
                                QStringLiteral("Dados e APIs"));
     m_apiKeysAction =
             addBoundAction(data, QStringLiteral("API Keys"), QStringLiteral("Chaves de API"));
-    addBoundAction(data, QStringLiteral("Verify APIs"), QStringLiteral("Verificar APIs"))
-            ->setEnabled(false);
+    m_verifyApisAction =
+            addBoundAction(data, QStringLiteral("Verify APIs"), QStringLiteral("Verificar APIs"));
 
     m_shortcutsAction =
             addBoundAction(m_viewMenu, QStringLiteral("Shortcuts"), QStringLiteral("Atalhos"));

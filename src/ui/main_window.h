@@ -12,6 +12,8 @@
 #include "portfolio/portfolio.h"
 #include "portfolio/price_alerts.h"
 #include "providers/api_keys.h"
+#include "providers/provider_catalogue.h"
+#include "providers/quota_meter.h"
 #include "providers/quote_router.h"
 #include "streams/order_book.h"
 #include "streams/time_and_sales.h"
@@ -20,12 +22,15 @@
 
 #include <QHash>
 #include <QMainWindow>
+#include <QPointer>
 #include <QSet>
 
 #include <functional>
 
 class BookPanel;
 class ItickSession;
+class HealthCheck;
+class VerifyApisDialog;
 class MarketTable;
 class MoversFeed;
 class MoversPanel;
@@ -144,6 +149,11 @@ public:
     }
     void setUrlOpener(std::function<bool(const QUrl &)> opener) { m_urlOpener = std::move(opener); }
     void setOfferLoginAfterLogout(bool offer) { m_offerLoginAfterLogout = offer; }
+
+    // Providers: the Verify APIs dialog and the meter of keyed requests.
+    void showVerifyApisDialog();
+    const QuotaMeter &quotaMeter() const { return m_quota; }
+    const ApiHealthRecords &healthRecords() const { return m_healthRecords; }
 
     // Keys and quotes
     void loadConfig();
@@ -305,6 +315,7 @@ private:
     void writeCsvExport(const QByteArray &document, const QString &fileName);
     void restoreSession();
     void connectAccount();
+    void connectProviders();
     void loadAccountState(const QJsonObject &settings);
     QJsonObject accountStateJson() const;
     void storeSession(const AccountSession &session);
@@ -374,6 +385,11 @@ private:
     QTimer *m_itickPingTimer = nullptr;
     QTimer *m_itickDepthTimer = nullptr;
     QTimer *m_itickReconnectTimer = nullptr;
+    QuotaMeter m_quota;
+    ApiHealthRecords m_healthRecords;
+    bool m_healthRecordsChecked = false; // a check ran in this session
+    HealthCheck *m_healthCheck = nullptr;
+    QPointer<VerifyApisDialog> m_verifyApisDialog;
     ItickSession *m_itick = nullptr; // the US Level 2 stream of the book's symbol
     QTimer *m_moversTimer = nullptr;
     // Live quotes re-rank the watchlist movers at most once a second.
@@ -432,6 +448,7 @@ private:
     QMenu *m_viewMenu = nullptr;
     QAction *m_logoutAction = nullptr;
     QAction *m_syncNowAction = nullptr;
+    QAction *m_verifyApisAction = nullptr;
     QAction *m_syncStatusAction = nullptr;
     QAction *m_apiKeysAction = nullptr;
     QAction *m_shortcutsAction = nullptr;

@@ -126,6 +126,8 @@ void MainWindow::loadLocalSettings()
     loadPersonalState(settings);
     loadAccountState(settings);
     m_screener->setFilters(readScreenerFilters(settings, m_screener->filters()));
+    m_healthRecords = healthRecordsFromJson(settings.value(QStringLiteral("api_health")));
+    m_quota.fromJson(settings.value(QStringLiteral("api_quota")));
     m_logoutAction->setEnabled(hasStoredSession());
 }
 
@@ -135,6 +137,11 @@ void MainWindow::saveLocalSettings()
     m_settingsFile.carry(personalStateJson());
     m_settingsFile.carry(accountStateJson());
     m_settingsFile.carry(screenerFiltersToJson(m_screener->filters()));
+    m_settingsFile.carry({{QStringLiteral("api_quota"), m_quota.toJson()}});
+    // Health records are written once a check has run; until then the stored ones stay as they are.
+    if (m_healthRecordsChecked)
+        m_settingsFile.carry(
+                {{QStringLiteral("api_health"), healthRecordsToJson(m_healthRecords)}});
     m_settingsFile.save(workspaceValuesToJson(currentWorkspaceValues()));
 }
 

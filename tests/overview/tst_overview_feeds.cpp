@@ -370,6 +370,8 @@ void OverviewFeedsTest::newsApiIsAskedWithinItsDailyQuota()
     m_provider.setReply("/site/news.json", FakeReply::json(kSiteNews));
     NewsFeed news(m_network);
     news.setClock([this] { return m_now; });
+    QuotaMeter quota([this] { return m_now; });
+    news.setQuotaMeter(&quota);
     QSignalSpy ready(&news, &NewsFeed::newsReady);
     NewsQuery query;
     query.newsSymbol = QStringLiteral("AAPL");
@@ -396,6 +398,8 @@ void OverviewFeedsTest::newsApiIsAskedWithinItsDailyQuota()
     m_now += NewsFeed::kNewsApiSilenceMs - 1;
     QVERIFY(refreshAndWait());
     QCOMPARE(paths(m_provider.requests()), (QList<QByteArray>{"/site/news.json"}));
+    // The meter saw the two requests NewsAPI really got, not the answers re-used.
+    QCOMPARE(quota.dayCount(QStringLiteral("newsapi")), 2);
 }
 
 QTEST_GUILESS_MAIN(OverviewFeedsTest)

@@ -241,6 +241,7 @@ void WorkspaceTest::everyKeyRoundTrips()
                                                      {"status", "Hit"}}}},
             {"portfolios", storedPortfolios()},
             {"api_health", QJsonObject{{"yahoo_us", QJsonObject{{"ok", true}}}}},
+            {"api_quota", QJsonObject{}},
             {"auth", storedSession()},
             {"sync_versions", QJsonObject{{"settings", 7}}},
             {"sync_last_unix", 1763700000},

@@ -484,6 +484,13 @@ void SimulatedMarketTest::exchangeInfoListsPairsToFilter()
         QVERIFY(ticker["prevClosePrice"].toString().toDouble() > 0.0);
     }
 
+    // The price-only ticker the health check asks for agrees with the 24-hour one.
+    const QJsonObject price =
+            QJsonDocument::fromJson(get("/api/v3/ticker/price?symbol=BTCUSDT").body).object();
+    QCOMPARE(price["symbol"], "BTCUSDT");
+    QVERIFY(price["price"].toString().toDouble() > 0.0);
+    QCOMPARE(get("/api/v3/ticker/price?symbol=NOPEUSDT").status, 400);
+
     // The listing follows the seed.
     const auto listing = [this](quint64 seed) {
         QStringList symbols;

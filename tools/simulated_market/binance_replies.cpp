@@ -66,6 +66,24 @@ HttpResponse binanceTickerReply(const MarketContext &market, const HttpRequest &
             binanceTickerJson(*pair, binanceTicker(market.walk, *pair, market.step, closeTime)));
 }
 
+// GET /api/v3/ticker/price?symbol=BTCUSDT: the last price alone, as a string (the terminal's
+// health check asks for it).
+HttpResponse binancePriceReply(const MarketContext &market, const HttpRequest &request)
+{
+    const QString symbol = request.queryItem(QStringLiteral("symbol"));
+    if (symbol.isNull() || symbol.trimmed().isEmpty())
+        return missingSymbol();
+    const BinancePair *pair = market.binance.find(symbol);
+    if (!pair)
+        return invalidSymbol();
+    const BinanceTicker ticker =
+            binanceTicker(market.walk, *pair, market.step, market.now() * 1000);
+    return HttpResponse::json(OrderedJson()
+                                      .text("symbol", pair->symbol)
+                                      .fixed("price", ticker.lastPrice, 8)
+                                      .toJson());
+}
+
 // GET /api/v3/exchangeInfo: every listed pair with its status, assets and filters.
 HttpResponse binanceExchangeInfoReply(const MarketContext &market, const HttpRequest &)
 {

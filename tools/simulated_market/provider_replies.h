@@ -75,6 +75,7 @@ HttpResponse brapiQuoteReply(const MarketContext &market, const HttpRequest &req
 
 // Binance
 HttpResponse binanceTickerReply(const MarketContext &market, const HttpRequest &request);
+HttpResponse binancePriceReply(const MarketContext &market, const HttpRequest &request);
 HttpResponse binanceExchangeInfoReply(const MarketContext &market, const HttpRequest &request);
 HttpResponse binanceDepthReply(const MarketContext &market, const HttpRequest &request);
 HttpResponse binanceKlinesReply(const MarketContext &market, const HttpRequest &request);

@@ -25,6 +25,7 @@ constexpr Route kRoutes[] = {
         {"/", false, "yahoo", yahooCookieReply}, // the cookie host shares the port
         {"/api/quote/", true, "brapi", brapiQuoteReply},
         {"/api/v3/ticker/24hr", false, "binance", binanceTickerReply},
+        {"/api/v3/ticker/price", false, "binance", binancePriceReply},
         {"/api/v3/exchangeInfo", false, "binance", binanceExchangeInfoReply},
         {"/api/v3/depth", false, "binance", binanceDepthReply},
         {"/api/v3/klines", false, "binance", binanceKlinesReply},

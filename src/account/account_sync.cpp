@@ -5,7 +5,16 @@
 
 #include <QDateTime>
 
+#include <algorithm>
 #include <cmath>
+
+qint64 syncInteger(const QJsonValue &value)
+{
+    const double number = value.toDouble(-1);
+    if (!std::isfinite(number) || number < 0 || number > 1e15)
+        return -1;
+    return qint64(number);
+}
 
 const QStringList &syncNamespaces()
 {
@@ -52,14 +61,14 @@ QHash<QString, RemoteSyncItem> readRemoteSyncItems(const QJsonObject &reply)
     const QJsonObject object = reply.value(QStringLiteral("items")).toObject();
     for (const QString &name : syncNamespaces()) {
         const QJsonObject entry = object.value(name).toObject();
-        const double version = entry.value(QStringLiteral("version")).toDouble(-1);
-        if (!std::isfinite(version) || version < 0 || version > 1e15)
+        const qint64 version = syncInteger(entry.value(QStringLiteral("version")));
+        if (version < 0)
             continue;
         RemoteSyncItem item;
-        item.version = qint64(version);
+        item.version = version;
         item.payload = entry.value(QStringLiteral("payload"));
-        item.payloadBytes = qint64(entry.value(QStringLiteral("payload_bytes")).toDouble());
-        item.updatedUnix = qint64(entry.value(QStringLiteral("updated_unix")).toDouble());
+        item.payloadBytes = std::max<qint64>(0, syncInteger(entry.value("payload_bytes")));
+        item.updatedUnix = std::max<qint64>(0, syncInteger(entry.value("updated_unix")));
         items.insert(name, item);
     }
     return items;
@@ -72,7 +81,7 @@ QStringList newerRemoteNamespaces(const QHash<QString, RemoteSyncItem> &remote,
     for (const QString &name : syncNamespaces()) {
         const auto item = remote.constFind(name);
         if (item != remote.constEnd() &&
-            item->version > qint64(knownVersions.value(name).toDouble(0)))
+            item->version > std::max<qint64>(0, syncInteger(knownVersions.value(name))))
             newer << name;
     }
     return newer;
@@ -89,8 +98,8 @@ QHash<QString, qint64> readPushedVersions(const QJsonObject &reply, const QStrin
             value = items.value(name).toObject().value(QStringLiteral("version"));
         if (!value.isDouble())
             value = reply.value(name).toObject().value(QStringLiteral("version"));
-        if (value.isDouble() && value.toDouble() >= 0)
-            versions.insert(name, qint64(value.toDouble()));
+        if (const qint64 version = syncInteger(value); value.isDouble() && version >= 0)
+            versions.insert(name, version);
     }
     return versions;
 }
@@ -176,7 +185,7 @@ QStringList syncStatusLocalLines(const SyncState &state)
     if (state.versions.isEmpty())
         lines << QStringLiteral("- --");
     for (auto it = state.versions.constBegin(); it != state.versions.constEnd(); ++it)
-        lines << QStringLiteral("- %1 v%2").arg(it.key()).arg(qint64(it.value().toDouble()));
+        lines << QStringLiteral("- %1 v%2").arg(it.key()).arg(syncInteger(it.value()));
     lines << translated(QStringLiteral("API keys are local-only and are not included in account "
                                        "sync."),
                         QStringLiteral("As chaves de API ficam só neste computador e não entram na "

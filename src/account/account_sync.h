@@ -9,6 +9,10 @@
 // Account sync without the network: the five namespaces, what each carries of the local state,
 // the replies of the sync scripts and the texts of the status dialog.
 
+// A whole number kept or sent as JSON (a double): a version, a size or a time. -1 when it cannot
+// be one: negative, not finite, or beyond what a 64-bit integer holds exactly.
+qint64 syncInteger(const QJsonValue &value);
+
 // "settings", "watchlists", "alerts", "workspace", "portfolios", in this order.
 const QStringList &syncNamespaces();
 

@@ -20,6 +20,8 @@
 #include <QTimer>
 #include <QUrlQuery>
 
+#include <algorithm>
+
 namespace {
 
 QString sessionCode(const AccountReply &reply)
@@ -80,7 +82,8 @@ void MainWindow::loadAccountState(const QJsonObject &settings)
 {
     m_session = AccountSession::fromJson(settings.value(QStringLiteral("auth")).toObject());
     m_syncState.versions = settings.value(QStringLiteral("sync_versions")).toObject();
-    m_syncState.lastUnix = qint64(settings.value(QStringLiteral("sync_last_unix")).toDouble());
+    m_syncState.lastUnix =
+            std::max<qint64>(0, syncInteger(settings.value(QStringLiteral("sync_last_unix"))));
     m_syncState.lastStatus = settings.value(QStringLiteral("sync_last_status")).toString();
 }
 
@@ -399,7 +402,7 @@ bool MainWindow::pushAccountState(const QStringList &namespaces)
     QJsonObject expected;
     for (const QString &name : namespaces) {
         items.insert(name, localSyncPayload(name));
-        expected.insert(name, qint64(m_syncState.versions.value(name).toDouble(0)));
+        expected.insert(name, std::max<qint64>(0, syncInteger(m_syncState.versions.value(name))));
     }
     const AccountReply reply = accountRequest(
             accountScriptUrl(accountSyncEndpoint(), QStringLiteral("push.php")), "POST",

@@ -24,6 +24,7 @@ constexpr int kTileMinimumHeight = 38;
 constexpr int kTileMinimumWidth = 40;
 constexpr int kPresetButtonMinimumWidth = 36;
 constexpr double kMaximumStep = 1e7;
+constexpr int kSideBySideMinimumWidth = 420;
 
 // The step box shows as many decimals as the step needs: 50, 0.5, 0.00001.
 class StepSpinBox : public QDoubleSpinBox
@@ -351,12 +352,19 @@ void BookPanel::arrangeTables()
     }
     for (int row = 0; row < 4; ++row)
         m_tablesLayout->setRowStretch(row, 0);
-    if (m_view == View::Depth) {
+    if (m_view == View::Depth && !m_stacked) {
         for (int i = 0; i < 2; ++i) {
             m_tablesLayout->addWidget(m_tableTitles[i], 0, i);
             m_tablesLayout->addWidget(m_tables[i], 1, i);
         }
         m_tablesLayout->setRowStretch(1, 1);
+    } else if (m_view == View::Depth) {
+        for (int i = 0; i < 2; ++i) {
+            m_tablesLayout->addWidget(m_tableTitles[i], 2 * i, 0, 1, 2);
+            m_tablesLayout->addWidget(m_tables[i], 2 * i + 1, 0, 1, 2);
+        }
+        m_tablesLayout->setRowStretch(1, 1);
+        m_tablesLayout->setRowStretch(3, 1);
     } else {
         for (int i = 0; i < 2; ++i) {
             m_tablesLayout->addWidget(m_tableTitles[i], 2 * i, 0, 1, 2);
@@ -436,6 +444,16 @@ void BookPanel::retranslate()
     const QList<MetricTile> tiles = m_hasMetrics ? metricTiles(m_metrics) : emptyMetricTiles();
     for (int i = 0; i < tiles.size(); ++i)
         setTile(i, tiles.at(i));
+}
+
+void BookPanel::resizeEvent(QResizeEvent *event)
+{
+    const bool stacked = width() < kSideBySideMinimumWidth;
+    if (stacked != m_stacked) {
+        m_stacked = stacked;
+        arrangeTables();
+    }
+    QWidget::resizeEvent(event);
 }
 
 void BookPanel::changeEvent(QEvent *event)

@@ -79,6 +79,7 @@ signals:
 
 protected:
     void changeEvent(QEvent *event) override;
+    void resizeEvent(QResizeEvent *event) override;
 
 private:
     void setView(View view);
@@ -89,6 +90,9 @@ private:
     void fillTable(QTableWidget *table, const QList<QStringList> &rows, const QString &color);
 
     View m_view = View::Depth;
+    // In a narrow side pane the two ladders stand one above the other, asks on top, so prices and
+    // sizes keep their whole width.
+    bool m_stacked = false;
     QString m_theme = QStringLiteral("coffee_dark");
     QFont m_cellFont;
     QString m_activePreset;

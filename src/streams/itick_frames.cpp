@@ -1,6 +1,7 @@
 #include "streams/itick_frames.h"
 
 #include "app/endpoints.h"
+#include "app/language.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -180,5 +181,7 @@ ItickFrame readItickFrame(const QByteArray &frame)
 
 QString itickLevel2Title(const QString &symbol)
 {
-    return QStringLiteral("US: Level 2 (5 levels)  %1").arg(symbol);
+    return translated(QStringLiteral("US: Level 2 (5 levels)  %1"),
+                      QStringLiteral("EUA: Nível 2 (5 níveis)  %1"))
+            .arg(symbol);
 }

@@ -24,7 +24,9 @@ constexpr int kTileMinimumHeight = 38;
 constexpr int kTileMinimumWidth = 40;
 constexpr int kPresetButtonMinimumWidth = 36;
 constexpr double kMaximumStep = 1e7;
-constexpr int kSideBySideMinimumWidth = 420;
+// Below this the two ladders stand one above the other: side by side, a Level 2 total such as
+// 12500.0000 would be cut.
+constexpr int kSideBySideMinimumWidth = 520;
 
 // The step box shows as many decimals as the step needs: 50, 0.5, 0.00001.
 class StepSpinBox : public QDoubleSpinBox

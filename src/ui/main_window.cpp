@@ -264,6 +264,7 @@ void MainWindow::setupMenus()
             addBoundAction(data, QStringLiteral("API Keys"), QStringLiteral("Chaves de API"));
     m_verifyApisAction =
             addBoundAction(data, QStringLiteral("Verify APIs"), QStringLiteral("Verificar APIs"));
+    m_verifyApisAction->setObjectName(QStringLiteral("verifyApisAction"));
 
     m_shortcutsAction =
             addBoundAction(m_viewMenu, QStringLiteral("Shortcuts"), QStringLiteral("Atalhos"));

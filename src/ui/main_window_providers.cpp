@@ -9,6 +9,7 @@
 
 #include <QAction>
 #include <QPointer>
+#include <QStatusBar>
 
 void MainWindow::connectProviders()
 {
@@ -18,6 +19,13 @@ void MainWindow::connectProviders()
     m_moversFeed->setQuotaMeter(&m_quota);
     m_newsFeed->setQuotaMeter(&m_quota);
     connect(m_verifyApisAction, &QAction::triggered, this, &MainWindow::showVerifyApisDialog);
+    // Each answer is kept at once, so a terminal closed mid-run still shows what had answered.
+    connect(m_healthCheck, &HealthCheck::recordChanged, this,
+            [this](const QString &key, const ApiHealthRecord &record) {
+                m_healthRecords.insert(key, record);
+                m_healthRecordsChecked = true;
+                scheduleSettingsSave();
+            });
     connect(m_healthCheck, &HealthCheck::finished, this, [this](const ApiHealthRecords &records) {
         m_healthRecords = records;
         m_healthRecordsChecked = true;
@@ -39,11 +47,16 @@ void MainWindow::showVerifyApisDialog()
     m_verifyApisDialog = dialog;
     connect(dialog, &VerifyApisDialog::runChecksRequested, this, [this, dialog, keys] {
         dialog->setRunning(true);
+        statusBar()->showMessage(
+                translated(QStringLiteral("API health verification started"),
+                           QStringLiteral("Verificação de saúde das APIs iniciada")));
         m_healthCheck->start(keys, m_healthRecords);
     });
     connect(dialog, &VerifyApisDialog::logCascadeRequested, this, [this, keys] {
-        for (const QString &line : cascadeLogLines(keys))
+        for (const QString &line : cascadeLogLines(keys)) {
             logEvent(line);
+            statusBar()->showMessage(line);
+        }
     });
     connect(m_healthCheck, &HealthCheck::recordChanged, dialog, &VerifyApisDialog::setRecord);
     connect(m_healthCheck, &HealthCheck::progress, dialog, &VerifyApisDialog::setProgress);

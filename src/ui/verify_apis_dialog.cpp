@@ -10,7 +10,10 @@
 #include <QHeaderView>
 #include <QLabel>
 #include <QPushButton>
+#include <QScreen>
+#include <QScrollBar>
 #include <QTableWidget>
+#include <QTimer>
 #include <QVBoxLayout>
 
 #include <iterator>
@@ -25,6 +28,7 @@ constexpr int kBookDepthWidth = 110;
 constexpr int kFallbackWidth = 100;
 constexpr int kLastErrorWidth = 200;
 constexpr int kCellPadding = 18;
+constexpr int kQuotaRefreshMs = 2000;
 
 struct Header
 {
@@ -201,6 +205,13 @@ VerifyApisDialog::VerifyApisDialog(const KeyLookup &keys, const ApiHealthRecords
     layout->addWidget(m_table, 1);
     layout->addLayout(buttons);
 
+    // Quote traffic keeps counting while the dialog is open.
+    auto *quotaTimer = new QTimer(this);
+    quotaTimer->setInterval(kQuotaRefreshMs);
+    connect(quotaTimer, &QTimer::timeout, this, &VerifyApisDialog::refreshQuota);
+    if (m_quota)
+        quotaTimer->start();
+
     retranslate();
     m_closeButton->setFocus(); // not the table, which would frame its first cell
 }
@@ -221,8 +232,11 @@ void VerifyApisDialog::setProgress(int answered, int total)
 
 void VerifyApisDialog::setRunning(bool running)
 {
+    m_running = running;
     m_runButton->setEnabled(!running);
-    m_progress->setVisible(running);
+    // The line stays after a run with what answered; before the first run there is nothing to say.
+    m_progress->setVisible(running || m_total > 0);
+    updateProgressText();
 }
 
 void VerifyApisDialog::refreshQuota()
@@ -262,6 +276,7 @@ void VerifyApisDialog::showEvent(QShowEvent *event)
     if (!m_columnsSized) {
         m_columnsSized = true;
         sizeColumns();
+        fitToScreen();
     }
     QDialog::showEvent(event);
 }
@@ -285,12 +300,35 @@ void VerifyApisDialog::sizeColumns()
     atLeast(LatencyColumn, QStringLiteral("10000 ms"));
     atLeast(LastSuccessColumn, QStringLiteral("0000-00-00 00:00:00"));
     atLeast(CountersColumn, QStringLiteral("000 / 000 / 000"));
-    atLeast(LastErrorColumn, QStringLiteral("HTTP 429 rate limit"));
+    atLeast(LastErrorColumn, QStringLiteral("HTTP 429 rate limit; retry in 30s"));
     atMost(KeyColumn, kKeyWidth);
     atMost(CoverageColumn, kCoverageWidth);
     atMost(BookDepthColumn, kBookDepthWidth);
     atMost(FallbackColumn, kFallbackWidth);
     atMost(LastErrorColumn, kLastErrorWidth);
+}
+
+void VerifyApisDialog::fitToScreen()
+{
+    // As large as the whole table when the screen allows, so every row and the quota columns show
+    // without scrolling; on a smaller screen nearly the screen's size.
+    layout()->activate();
+    const int frame = m_table->frameWidth() * 2;
+    int tableWidth = frame + m_table->verticalScrollBar()->sizeHint().width();
+    for (int column = 0; column < ColumnCount; ++column)
+        tableWidth += m_table->columnWidth(column);
+    int tableHeight = frame + m_table->horizontalHeader()->sizeHint().height() +
+                      m_table->horizontalScrollBar()->sizeHint().height();
+    for (int row = 0; row < m_table->rowCount(); ++row)
+        tableHeight += m_table->rowHeight(row);
+    int width = this->width() - m_table->width() + tableWidth;
+    int height = this->height() - m_table->height() + tableHeight;
+    if (const QScreen *shown = screen()) {
+        const QRect available = shown->availableGeometry();
+        width = qMin(width, available.width() * 96 / 100);
+        height = qMin(height, available.height() * 90 / 100);
+    }
+    resize(width, height);
 }
 
 void VerifyApisDialog::changeEvent(QEvent *event)
@@ -349,8 +387,10 @@ void VerifyApisDialog::fillRecord(int row, const ApiHealthRecord &record)
 
 void VerifyApisDialog::updateProgressText()
 {
-    m_progress->setText(translated(QStringLiteral("Checking %1 of %2 answered"),
+    const QString text =
+            m_running ? translated(QStringLiteral("Checking: %1 of %2 answered"),
                                    QStringLiteral("Verificando: %1 de %2 respondidas"))
-                                .arg(m_answered)
-                                .arg(m_total));
+                      : translated(QStringLiteral("Checks done: %1 of %2 answered"),
+                                   QStringLiteral("Verificação concluída: %1 de %2 respondidas"));
+    m_progress->setText(text.arg(m_answered).arg(m_total));
 }

@@ -62,6 +62,7 @@ protected:
 
 private:
     void sizeColumns();
+    void fitToScreen();
     void retranslate();
     void fillRecord(int row, const ApiHealthRecord &record);
     void updateProgressText();
@@ -77,5 +78,6 @@ private:
     QPushButton *m_closeButton = nullptr;
     int m_answered = 0;
     int m_total = 0;
+    bool m_running = false;
     bool m_columnsSized = false;
 };

@@ -1,10 +1,16 @@
 #include "app/language.h"
 #include "providers/quota_meter.h"
+#include "support/fake_provider.h"
+#include "support/isolated_folders.h"
+#include "ui/main_window.h"
 #include "ui/verify_apis_dialog.h"
 
+#include <QAction>
 #include <QLabel>
+#include <QPlainTextEdit>
 #include <QPushButton>
 #include <QSignalSpy>
+#include <QStatusBar>
 #include <QTableWidget>
 #include <QTest>
 
@@ -51,6 +57,7 @@ private slots:
     void progressTextFollowsLanguage();
     void quotaCellsShowUsedOverLimit();
     void buttonsAskTheCaller();
+    void windowChecksCountsAndKeepsThemAcrossRestart();
 };
 
 void VerifyApisDialogTest::cascadeCellsFollowKeysAndTheme_data()
@@ -131,7 +138,7 @@ void VerifyApisDialogTest::progressTextFollowsLanguage_data()
 {
     QTest::addColumn<QString>("language");
     QTest::addColumn<QString>("expected");
-    QTest::newRow("en") << QStringLiteral("en") << QStringLiteral("Checking 3 of 8 answered");
+    QTest::newRow("en") << QStringLiteral("en") << QStringLiteral("Checking: 3 of 8 answered");
     QTest::newRow("pt_BR") << QStringLiteral("pt_BR")
                            << QStringLiteral("Verificando: 3 de 8 respondidas");
 }
@@ -152,8 +159,12 @@ void VerifyApisDialogTest::progressTextFollowsLanguage()
     QEvent change(QEvent::LanguageChange);
     QCoreApplication::sendEvent(&dialog, &change);
     QCOMPARE(progress->text(), expected);
+    // After the run the line stays with what answered.
+    dialog.setProgress(8, 8);
     dialog.setRunning(false);
-    QVERIFY(run->isEnabled() && progress->isHidden());
+    QVERIFY(run->isEnabled() && !progress->isHidden());
+    QVERIFY(progress->text().contains(QStringLiteral("8")));
+    QVERIFY(progress->text() != expected);
 }
 
 void VerifyApisDialogTest::quotaCellsShowUsedOverLimit()
@@ -206,6 +217,79 @@ void VerifyApisDialogTest::buttonsAskTheCaller()
     QTest::mouseClick(dialog.findChild<QPushButton *>(QStringLiteral("closeVerifyApis")),
                       Qt::LeftButton);
     QCOMPARE(rejected.count(), 1);
+}
+
+void VerifyApisDialogTest::windowChecksCountsAndKeepsThemAcrossRestart()
+{
+    IsolatedFolders folders;
+    FakeProvider provider;
+    QVERIFY(provider.listen());
+    for (const char *name : {"QRL_ENDPOINT_FINNHUB", "QRL_ENDPOINT_ALPHA_VANTAGE",
+                             "QRL_ENDPOINT_BINANCE_REST", "QRL_ENDPOINT_YAHOO_QUERY"})
+        qputenv(name, provider.baseUrl().toUtf8());
+    provider.setReply("/api/v1/quote",
+                      FakeReply::json(R"({"c":190.1,"d":1.2,"dp":0.63,"h":191,"l":189,"o":189.5,)"
+                                      R"("pc":188.9,"t":1700000000})"));
+    provider.setReply("/query", FakeReply{.status = 429, .headers = {{"Retry-After", "30"}}});
+    provider.setReply("/api/v3/ticker/price",
+                      FakeReply::json(R"({"symbol":"BTCUSDT","price":"82000.00"})"));
+    provider.setReply("/v8/finance/chart/AAPL", FakeReply::text("<html>busy</html>", 200));
+    folders.writeFile(folders.expectedConfigFolder() + "/config.txt",
+                      "finnhub_api_key=canary-finnhub\nalpha_vantage_api_key=canary-alpha\n");
+    const QString alpha = QStringLiteral("US/America|Alpha Vantage");
+    {
+        MainWindow window;
+        window.findChild<QAction *>(QStringLiteral("verifyApisAction"))->trigger();
+        auto *dialog = window.findChild<VerifyApisDialog *>();
+        QVERIFY(dialog && dialog->isVisible());
+        auto *run = dialog->findChild<QPushButton *>(QStringLiteral("runHealthChecks"));
+        run->click();
+        QCOMPARE(window.statusBar()->currentMessage(),
+                 QStringLiteral("API health verification started"));
+        QVERIFY(!run->isEnabled());
+        QTRY_VERIFY(run->isEnabled());
+        QCOMPARE(dialog->findChild<QLabel *>(QStringLiteral("healthProgress"))->text(),
+                 QStringLiteral("Checks done: 9 of 9 answered"));
+
+        const ApiHealthRecords records = window.healthRecords();
+        QCOMPARE(records.value(alpha).state, QStringLiteral("rate limited"));
+        QCOMPARE(records.value(alpha).lastError,
+                 QStringLiteral("HTTP 429 rate limit; retry in 30s"));
+        QCOMPARE(records.value("US/America|Finnhub").state, QStringLiteral("ok"));
+        QCOMPARE(records.value("Crypto|Binance Public").state, QStringLiteral("ok"));
+        QCOMPARE(records.value("US/America|Yahoo Public").state, QStringLiteral("error"));
+        QCOMPARE(records.value("US/America|Polygon").state, QStringLiteral("skipped: no key"));
+        // The US and Forex Finnhub rows each probed once; the quota cells show it.
+        QCOMPARE(window.quotaMeter().dayCount(QStringLiteral("finnhub")), 2);
+        QCOMPARE(window.quotaMeter().dayCount(QStringLiteral("alpha_vantage")), 1);
+        QCOMPARE(table(*dialog)->item(rowOf(alpha), VerifyApisDialog::QuotaDayColumn)->text(),
+                 QStringLiteral("1 / 25"));
+
+        dialog->findChild<QPushButton *>(QStringLiteral("logCascade"))->click();
+        const QString events = window.findChild<QPlainTextEdit *>("eventConsole")->toPlainText();
+        QVERIFY(events.contains(QStringLiteral("finnhub -> alpha_vantage -> yahoo_us")));
+        QVERIFY(!events.contains(QStringLiteral("canary")));
+        for (const RecordedRequest &request : provider.requests()) {
+            if (request.path == "/api/v1/quote")
+                QVERIFY(request.rawQuery.contains("token=canary-finnhub"));
+            else
+                QVERIFY(!request.rawQuery.contains("canary-finnhub"));
+        }
+        window.saveLocalSettings();
+    }
+
+    // A restart keeps the records and the counts, and the next run counts on from them.
+    MainWindow again;
+    QCOMPARE(again.healthRecords().value(alpha).state, QStringLiteral("rate limited"));
+    QCOMPARE(again.quotaMeter().dayCount(QStringLiteral("finnhub")), 2);
+    again.findChild<QAction *>(QStringLiteral("verifyApisAction"))->trigger();
+    auto *dialog = again.findChild<VerifyApisDialog *>();
+    QCOMPARE(table(*dialog)->item(rowOf(alpha), VerifyApisDialog::HealthColumn)->text(),
+             QStringLiteral("rate limited"));
+    dialog->findChild<QPushButton *>(QStringLiteral("runHealthChecks"))->click();
+    QTRY_VERIFY(dialog->findChild<QPushButton *>(QStringLiteral("runHealthChecks"))->isEnabled());
+    QCOMPARE(again.quotaMeter().dayCount(QStringLiteral("finnhub")), 4);
+    QCOMPARE(again.healthRecords().value(alpha).attempts, 2);
 }
 
 QTEST_MAIN(VerifyApisDialogTest)

@@ -3,7 +3,7 @@ BUILD_DIR  ?= build
 BUILD_TYPE ?= Release
 JOBS       ?= $(shell nproc)
 
-.PHONY: all deps configure build run demo test fuzz format clean
+.PHONY: all deps configure build run demo test fuzz bench format clean
 
 all: build
 
@@ -33,6 +33,14 @@ test: build
 # libFuzzer over the reply readers, FUZZ_SECONDS (default 60) per target; not part of `make test`.
 fuzz:
 	@scripts/fuzz
+
+# The performance figures (README "Performance"): instruction counts under callgrind, memory
+# natively; prints each figure with its goal and fails when one misses. Not part of `make test`.
+bench: configure
+	@scripts/install-deps --bench
+	@cmake -S . -B $(BUILD_DIR) -UQRL_HAVE_CALLGRIND_H >/dev/null
+	@cmake --build $(BUILD_DIR) --parallel $(JOBS) --target querlin-bench
+	@$(BUILD_DIR)/querlin-bench
 
 format:
 	@command -v clang-format >/dev/null || { echo "make format needs clang-format (apt-get install clang-format)"; exit 1; }

@@ -152,24 +152,29 @@ void PriceChart::updateSeries() const
 {
     const IndicatorSettings &s = m_settings;
     if (s.sma && m_series.smaPeriod != s.smaPeriod) {
+        ++m_seriesComputations;
         m_series.sma = smaSeries(m_candles, s.smaPeriod);
         m_series.smaPeriod = s.smaPeriod;
     }
     if (s.ema && m_series.emaPeriod != s.emaPeriod) {
+        ++m_seriesComputations;
         m_series.ema = emaSeries(m_candles, s.emaPeriod);
         m_series.emaPeriod = s.emaPeriod;
     }
     if (s.vwap && m_series.vwapSession != int(s.vwapSession)) {
+        ++m_seriesComputations;
         m_series.vwap = vwapSeries(m_candles, s.vwapSession);
         m_series.vwapSession = int(s.vwapSession);
     }
     if (s.macd && (m_series.macdFast != s.macdFast || m_series.macdSlow != s.macdSlow)) {
+        ++m_seriesComputations;
         m_series.macd = macdLineSeries(m_candles, s.macdFast, s.macdSlow);
         m_series.macdFast = s.macdFast;
         m_series.macdSlow = s.macdSlow;
         m_series.macdSignal = -1;
     }
     if (s.macd && m_series.macdSignal != s.macdSignal) {
+        ++m_seriesComputations;
         m_series.signal = macdSignalSeries(m_series.macd, s.macdSignal);
         m_series.macdSignal = s.macdSignal;
     }

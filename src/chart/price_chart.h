@@ -87,6 +87,8 @@ public:
     void setToolCallback(std::function<void(DrawMode)> callback);
 
     ChartView view() const { return m_view; }
+    // How many times an indicator series was computed: paints and mouse moves reuse them.
+    int seriesComputations() const { return m_seriesComputations; }
     QString symbol() const { return m_symbol; }
     QList<Candle> candles() const { return m_candles; }
     // The candle under the mouse, -1 when none.
@@ -159,6 +161,7 @@ private:
     QString m_timeframe;
     QList<ChartDrawing> m_drawings;
     IndicatorSettings m_settings;
+    mutable int m_seriesComputations = 0;
     ChartView m_view;
     DrawMode m_drawMode = Select;
     QKeySequence m_resetZoomShortcut = QKeySequence(Qt::ALT | Qt::Key_0);

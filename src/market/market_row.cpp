@@ -278,7 +278,12 @@ const QStringList &defaultWatchlistSymbols()
 
 QString marketTimestamp()
 {
-    return QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"));
+    return marketTimestamp(QDateTime::currentDateTime());
+}
+
+QString marketTimestamp(const QDateTime &time)
+{
+    return time.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"));
 }
 
 bool isDelayedFallback(const QString &status)

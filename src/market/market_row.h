@@ -93,3 +93,4 @@ QString marketRowToolTip(const QString &symbol, const QString &sector, const Mar
 
 // Local time as written in the Updated column.
 QString marketTimestamp();
+QString marketTimestamp(const QDateTime &time);

@@ -378,6 +378,7 @@ QWidget *MainWindow::createMarketPanel()
     layout->addWidget(
             panelTitle(QStringLiteral("WATCHLIST"), QStringLiteral("LISTA DE ATIVOS"), panel));
     m_marketTable = new MarketTable(panel);
+    m_marketTable->setToolTipProvider([this](const QString &symbol) { return rowToolTip(symbol); });
     layout->addWidget(m_marketTable, 1);
     return panel;
 }

@@ -18,6 +18,7 @@
 #include "streams/order_book.h"
 #include "streams/time_and_sales.h"
 #include "ui/local_settings.h"
+#include "ui/market_table.h"
 #include "ui/shortcuts.h"
 
 #include <QHash>
@@ -31,7 +32,6 @@ class BookPanel;
 class ItickSession;
 class HealthCheck;
 class VerifyApisDialog;
-class MarketTable;
 class MoversFeed;
 class MoversPanel;
 class NewsFeed;
@@ -54,6 +54,7 @@ class QShortcut;
 class QSplitter;
 class QStringListModel;
 class QTabWidget;
+class FrameRenderer;
 class QTimer;
 class QWebSocket;
 class PriceChart;
@@ -177,6 +178,10 @@ public:
     void loadCryptoUniverse(const ProviderReply &reply);
     QWebSocket *tickerSocket() const { return m_tickerSocket; }
     QWebSocket *depthSocket() const { return m_depthSocket; }
+    // What the stream sockets call with each text frame; the benchmarks feed them directly.
+    void onTickerFrame(const QString &text);
+    void onDepthFrame(const QString &text);
+    void onTradeFrame(const QString &text);
     QWebSocket *tradeSocket() const { return m_tradeSocket; }
     QString bookSymbol() const { return m_bookSymbol; }
     QString tapeSymbol() const { return m_tapeSymbol; }
@@ -273,7 +278,17 @@ private:
     void setupQuoteRouting();
     void selectionChanged();
     void updateFxTicker(double price, double changePercent);
-    void refreshRowToolTip(int row);
+    QString rowToolTip(const QString &symbol) const;
+    // A quote for a row: kept at once; false when the symbol has no row.
+    bool storeRowQuote(const QString &symbol, double price, double changePercent,
+                       const QString &source, const QString &latency, const QString &status);
+    // Shows a kept quote in its row and wherever the symbol is on screen.
+    void showRowQuote(const QString &symbol, const QDateTime &now);
+    // What depends on every row (mosaic, screener, portfolio, watchlist movers), once per batch.
+    void afterRowQuotes();
+    // Stream frames keep their quote at once and are shown once per screen frame.
+    void queueStreamQuote(const QString &symbol);
+    void renderPendingRows();
     WorkspaceValues currentWorkspaceValues() const;
     // A splitter that has not been laid out yet reports made-up sizes; until it is shown, the
     // sizes it was last given are its sizes.
@@ -330,7 +345,7 @@ private:
     void storeCandles(const QString &symbol, const QList<Candle> &candles);
     // The table's candle and indicator columns, the tooltip and, for the selection, the chart.
     void refreshCandleColumns(const QString &symbol);
-    void writeCandleColumns(int row, const QString &symbol);
+    void writeCandleColumns(const MarketTable::RowCells &cells, const QString &symbol);
     void refreshChart();
     void chartSettingsChanged();
 
@@ -338,13 +353,10 @@ private:
     void connectStreams();
     void onTickerConnected();
     void onTickerDisconnected();
-    void onTickerFrame(const QString &text);
     void onDepthConnected();
     void onDepthDisconnected();
-    void onDepthFrame(const QString &text);
     void onTradeConnected();
     void onTradeDisconnected();
-    void onTradeFrame(const QString &text);
     void recordLocalPrice(const QString &symbol, double price);
     QStringList cryptoRowSymbols() const;
     void setCryptoRowsStatus(const QString &status);
@@ -394,7 +406,10 @@ private:
     QTimer *m_moversTimer = nullptr;
     // Live quotes re-rank the watchlist movers at most once a second.
     QTimer *m_watchlistMoversTimer = nullptr;
-    QTimer *m_screenerTimer = nullptr; // quotes rebuild the screener at most once a second
+    QTimer *m_screenerTimer = nullptr;      // quotes rebuild the screener at most once a second
+    FrameRenderer *m_rowRenderer = nullptr; // stream quotes reach their rows once per screen frame
+    QStringList m_pendingRows;              // symbols with a kept quote not yet shown, in order
+    QSet<QString> m_pendingRowSet;
     MoversFeed *m_moversFeed = nullptr;
     NewsFeed *m_newsFeed = nullptr;
     QHash<QString, MoverRecord> m_moversCache;

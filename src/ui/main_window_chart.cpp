@@ -209,16 +209,13 @@ void MainWindow::storeCandles(const QString &symbol, const QList<Candle> &candle
 void MainWindow::refreshCandleColumns(const QString &symbol)
 {
     const int row = findMarketRow(symbol);
-    if (row >= 0) {
-        SortingPause pause(m_marketTable);
-        writeCandleColumns(row, symbol);
-        refreshRowToolTip(row);
-    }
+    if (row >= 0)
+        writeCandleColumns(m_marketTable->rowCells(row), symbol);
     if (symbol == m_marketTable->selectedSymbol())
         refreshChart();
 }
 
-void MainWindow::writeCandleColumns(int row, const QString &symbol)
+void MainWindow::writeCandleColumns(const MarketTable::RowCells &cells, const QString &symbol)
 {
     const auto stored = m_candleCache.constFind(symbol);
     if (stored == m_candleCache.constEnd() || stored->isEmpty())
@@ -226,18 +223,17 @@ void MainWindow::writeCandleColumns(int row, const QString &symbol)
     const Candle &last = stored->constLast();
     const double prices[] = {last.open, last.high, last.low, last.close};
     for (int i = 0; i < 4; ++i)
-        m_marketTable->setMarketNumberCell(row, OpenColumn + i, formatMarketNumber(prices[i]),
-                                           prices[i]);
+        MarketTable::writeNumber(cells[OpenColumn + i], prices[i]);
     // Quotes and ticker frames rewrite the row many times a second; the indicators change only
     // with the candles or the settings.
     auto values = m_indicatorValues.constFind(symbol);
     if (values == m_indicatorValues.constEnd())
         values = m_indicatorValues.insert(
                 symbol, lastIndicatorValues(*stored, m_chart->indicatorSettings()));
-    m_marketTable->setMarketIndicatorCell(row, SmaColumn, values->sma);
-    m_marketTable->setMarketIndicatorCell(row, EmaColumn, values->ema);
-    m_marketTable->setMarketIndicatorCell(row, VwapColumn, values->vwap);
-    m_marketTable->setMarketIndicatorCell(row, MacdColumn, values->macd);
+    MarketTable::writeNumber(cells[SmaColumn], values->sma);
+    MarketTable::writeNumber(cells[EmaColumn], values->ema);
+    MarketTable::writeNumber(cells[VwapColumn], values->vwap);
+    MarketTable::writeNumber(cells[MacdColumn], values->macd);
 }
 
 void MainWindow::refreshChart()
@@ -262,10 +258,8 @@ void MainWindow::chartSettingsChanged()
     m_indicatorValues.clear();
     m_marketTable->setIndicatorPeriods(settings.smaPeriod, settings.emaPeriod);
     for (const QString &symbol : m_marketTable->symbols()) {
-        if (const int row = findMarketRow(symbol); row >= 0) {
-            SortingPause pause(m_marketTable);
-            writeCandleColumns(row, symbol);
-        }
+        if (const int row = findMarketRow(symbol); row >= 0)
+            writeCandleColumns(m_marketTable->rowCells(row), symbol);
     }
     scheduleSettingsSave();
 }

@@ -9,6 +9,7 @@
 #include "ui/book_panel.h"
 #include "ui/main_window.h"
 #include "ui/market_table.h"
+#include "ui/screen_rate.h"
 #include "ui/tape_panel.h"
 
 #include <QDateTime>
@@ -77,6 +78,7 @@ void MainWindow::createStreams()
     m_tickerSocket = create("tickerSocket");
     m_depthSocket = create("depthSocket");
     m_tradeSocket = create("tradeSocket");
+    m_rowRenderer = new FrameRenderer(this, [this] { renderPendingRows(); });
     connectItick();
 }
 
@@ -181,8 +183,11 @@ void MainWindow::onTickerFrame(const QString &text)
     if (!frame)
         return;
     recordLocalPrice(frame->symbol, frame->price);
-    updateMarketRow(frame->symbol, frame->price, frame->changePercent, QStringLiteral("Binance WS"),
-                    QStringLiteral("stream"), QStringLiteral("realtime"));
+    static const QString source = QStringLiteral("Binance WS");
+    static const QString latency = QStringLiteral("stream");
+    static const QString status = QStringLiteral("realtime");
+    if (storeRowQuote(frame->symbol, frame->price, frame->changePercent, source, latency, status))
+        queueStreamQuote(frame->symbol);
 }
 
 void MainWindow::recordLocalPrice(const QString &symbol, double price)

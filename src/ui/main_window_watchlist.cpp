@@ -10,6 +10,7 @@
 #include "ui/main_window.h"
 #include "ui/market_table.h"
 #include "ui/quote_details.h"
+#include "ui/screen_rate.h"
 
 #include <QFile>
 #include <QJsonDocument>
@@ -26,9 +27,7 @@ int MainWindow::findMarketRow(const QString &symbol) const
 void MainWindow::addMarketRow(const QString &symbol, const QString &classLabel,
                               const QString &source, const QString &status, bool select)
 {
-    const int row = m_marketTable->addMarketRow(symbol, classLabel, source, status, select);
-    if (row >= 0)
-        refreshRowToolTip(row);
+    m_marketTable->addMarketRow(symbol, classLabel, source, status, select);
 }
 
 void MainWindow::updateMarketRow(const QuoteSnapshot &quote, const QString &provider,
@@ -55,6 +54,20 @@ void MainWindow::updateMarketRow(const QString &symbol, double price, double cha
                                  const QString &source, const QString &latency,
                                  const QString &status)
 {
+    if (!storeRowQuote(symbol, price, changePercent, source, latency, status))
+        return;
+    // A quote that arrives while stream frames wait for the screen goes out with them, in order.
+    if (m_pendingRowSet.contains(symbol)) {
+        m_rowRenderer->flush();
+        return;
+    }
+    showRowQuote(symbol, QDateTime::currentDateTime());
+    afterRowQuotes();
+}
+
+bool MainWindow::storeRowQuote(const QString &symbol, double price, double changePercent,
+                               const QString &source, const QString &latency, const QString &status)
+{
     // The top-bar ticker follows its pair whether or not the pair has a row.
     if (symbol == fxTickerSymbol()) {
         updateFxTicker(price, changePercent);
@@ -63,39 +76,69 @@ void MainWindow::updateMarketRow(const QString &symbol, double price, double cha
             refreshPortfolio();
         }
     }
-
-    const int row = findMarketRow(symbol);
-    if (row < 0) {
+    if (findMarketRow(symbol) < 0) {
         m_lastQuotes.remove(symbol);
-        return;
+        return false;
     }
     MarketQuote &quote = m_lastQuotes[symbol];
     quote.symbol = symbol;
     quote.price = price;
     quote.changePercent = changePercent;
-    quote.source = source;
-    quote.latency = latency;
-    quote.status = canonicalStatusWord(status);
-    quote.time = QDateTime::currentDateTime();
+    if (quote.source != source)
+        quote.source = source;
+    if (quote.latency != latency)
+        quote.latency = latency;
+    const QString canonical = canonicalStatusWord(status);
+    if (quote.status != canonical)
+        quote.status = canonical;
+    return true;
+}
 
-    {
-        SortingPause pause(m_marketTable);
-        writeCandleColumns(row, symbol);
-        m_marketTable->writeQuoteCells(row, price, changePercent, source, latency, status);
-        // Colour and tooltip too, before sorting is back and the row may move.
-        m_marketTable->colorChangeCell(row, changePercent);
-        refreshRowToolTip(row);
+void MainWindow::queueStreamQuote(const QString &symbol)
+{
+    if (!m_pendingRowSet.contains(symbol)) {
+        m_pendingRowSet.insert(symbol);
+        m_pendingRows.append(symbol);
     }
+    m_rowRenderer->schedule();
+}
+
+void MainWindow::renderPendingRows()
+{
+    const QStringList symbols = std::exchange(m_pendingRows, {});
+    m_pendingRowSet.clear();
+    const QDateTime now = QDateTime::currentDateTime();
+    for (const QString &symbol : symbols)
+        showRowQuote(symbol, now);
+    if (!symbols.isEmpty())
+        afterRowQuotes();
+}
+
+void MainWindow::showRowQuote(const QString &symbol, const QDateTime &now)
+{
+    const int row = findMarketRow(symbol);
+    const auto stored = m_lastQuotes.find(symbol);
+    if (row < 0 || stored == m_lastQuotes.end())
+        return;
+    MarketQuote &quote = *stored;
+    quote.time = now;
+    const double price = quote.price;
+    const double changePercent = quote.changePercent;
+
+    // Written through the row's cells: in a sorted table the row moves as its sort cell changes.
+    const MarketTable::RowCells cells = m_marketTable->rowCells(row);
+    writeCandleColumns(cells, symbol);
+    m_marketTable->writeQuoteCells(cells, price, changePercent, quote.source, quote.latency,
+                                   quote.status, marketTimestamp(now));
 
     checkPriceAlerts(symbol, price);
     m_quoteLog->record(quote);
     if (m_quoteHeader->shownSymbol() == symbol)
         m_quoteHeader->showSymbol(symbol, &quote);
-    refreshMoversMosaic();
-    refreshPortfolio();
 
     if (symbol == m_tapeSymbol && !m_tapeLive)
-        addQuoteTapeRow(symbol, price, changePercent, source, {localizedStatusWord(status)});
+        addQuoteTapeRow(symbol, price, changePercent, quote.source,
+                        {localizedStatusWord(quote.status)});
     if (symbol == m_marketTable->selectedSymbol()) {
         if (m_bookStepAwaitsPrice)
             applySavedBookPreset();
@@ -106,6 +149,12 @@ void MainWindow::updateMarketRow(const QString &symbol, double price, double cha
         else
             refreshSymbolDetailsTable(symbol); // a crypto book in fallback follows REST quotes too
     }
+}
+
+void MainWindow::afterRowQuotes()
+{
+    refreshMoversMosaic();
+    refreshPortfolio();
     refreshWatchlistMovers();
 }
 
@@ -118,13 +167,11 @@ void MainWindow::setMarketRowStatus(const QString &symbol, const QString &status
     m_marketTable->setMarketStatus(row, status);
 }
 
-void MainWindow::refreshRowToolTip(int row)
+QString MainWindow::rowToolTip(const QString &symbol) const
 {
-    const QString symbol = m_marketTable->symbolAt(row);
     const auto quote = m_lastQuotes.constFind(symbol);
-    m_marketTable->setRowToolTip(
-            row, marketRowToolTip(symbol, sectorForSymbol(symbol),
-                                  quote != m_lastQuotes.constEnd() ? &quote.value() : nullptr));
+    return marketRowToolTip(symbol, sectorForSymbol(symbol),
+                            quote != m_lastQuotes.constEnd() ? &quote.value() : nullptr);
 }
 
 void MainWindow::addSymbolFromSearch()

@@ -8,10 +8,12 @@
 #include <QEvent>
 #include <QFontDatabase>
 #include <QHeaderView>
+#include <QHelpEvent>
 #include <QMenu>
 #include <QMetaMethod>
 #include <QStyle>
 #include <QTimer>
+#include <QToolTip>
 
 #include <cmath>
 
@@ -161,9 +163,6 @@ QTableWidgetItem *MarketTable::cellAt(int row, int column)
         created->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
         created->setTextAlignment(Qt::AlignRight | Qt::AlignVCenter);
     }
-    // A new cell inherits the row's tooltip.
-    if (const QTableWidgetItem *first = item(row, SymbolColumn))
-        created->setToolTip(first->toolTip());
     setItem(row, column, created);
     return created;
 }
@@ -195,23 +194,61 @@ void MarketTable::colorChangeCell(int row, double changePercent)
     cellAt(row, ChangeColumn)->setForeground(changeColor(changePercent));
 }
 
-void MarketTable::writeQuoteCells(int row, double price, double changePercent,
-                                  const QString &source, const QString &latency,
-                                  const QString &status)
+MarketTable::RowCells MarketTable::rowCells(int row)
 {
-    {
-        SortingPause pause(this);
-        setMarketIndicatorCell(row, LastColumn, price);
-        if (std::isfinite(changePercent))
-            setMarketNumberCell(row, ChangeColumn, formatChangePercent(changePercent),
-                                changePercent);
-        else
-            setMarketCell(row, ChangeColumn, QStringLiteral("--"));
-        setMarketCell(row, SourceColumn, source);
-        setMarketCell(row, LatencyColumn, latency);
-        setMarketStatus(row, status);
-        setMarketCell(row, UpdatedColumn, marketTimestamp());
+    static_assert(std::tuple_size_v<RowCells> == MarketColumnCount);
+    RowCells cells{};
+    for (int column = 0; column < MarketColumnCount; ++column)
+        cells[column] = cellAt(row, column);
+    return cells;
+}
+
+void MarketTable::writeCell(QTableWidgetItem *cell, const QString &text)
+{
+    if (cell->text() != text)
+        cell->setText(text);
+    if (cell->data(Qt::UserRole).isValid())
+        cell->setData(Qt::UserRole, QVariant());
+}
+
+void MarketTable::writeNumber(QTableWidgetItem *cell, double value)
+{
+    if (!std::isfinite(value)) {
+        writeCell(cell, QStringLiteral("--"));
+        return;
     }
+    // The sort value first: a sorted table places the row once, by the new value.
+    const QVariant stored = cell->data(Qt::UserRole);
+    if (!stored.isValid() || stored.toDouble() != value)
+        cell->setData(Qt::UserRole, value);
+    const QString text = formatMarketNumber(value);
+    if (cell->text() != text)
+        cell->setText(text);
+}
+
+void MarketTable::writeQuoteCells(const RowCells &cells, double price, double changePercent,
+                                  const QString &source, const QString &latency,
+                                  const QString &status, const QString &timestamp)
+{
+    QTableWidgetItem *change = cells[ChangeColumn];
+    if (std::isfinite(changePercent)) {
+        if (change->data(Qt::UserRole).toDouble() != changePercent ||
+            !change->data(Qt::UserRole).isValid())
+            change->setData(Qt::UserRole, changePercent);
+        const QString text = formatChangePercent(changePercent);
+        if (change->text() != text)
+            change->setText(text);
+    } else {
+        writeCell(change, QStringLiteral("--"));
+    }
+    const QColor color = changeColor(changePercent);
+    if (change->foreground().color() != color)
+        change->setForeground(color);
+    writeCell(cells[SourceColumn], source);
+    writeCell(cells[LatencyColumn], latency);
+    writeCell(cells[StatusColumn], localizedStatusWord(status));
+    writeCell(cells[UpdatedColumn], timestamp);
+    writeNumber(cells[LastColumn], price);
 }
 
 void MarketTable::setMarketStatus(int row, const QString &status)
@@ -219,10 +256,30 @@ void MarketTable::setMarketStatus(int row, const QString &status)
     setMarketCell(row, StatusColumn, localizedStatusWord(status));
 }
 
-void MarketTable::setRowToolTip(int row, const QString &text)
+void MarketTable::setToolTipProvider(std::function<QString(const QString &)> provider)
 {
-    for (int column = 0; column < columnCount(); ++column)
-        cellAt(row, column)->setToolTip(text);
+    m_toolTipProvider = std::move(provider);
+}
+
+QString MarketTable::rowToolTip(int row) const
+{
+    const QString symbol = symbolAt(row);
+    return m_toolTipProvider && !symbol.isEmpty() ? m_toolTipProvider(symbol) : QString();
+}
+
+bool MarketTable::viewportEvent(QEvent *event)
+{
+    if (event->type() == QEvent::ToolTip) {
+        const auto *help = static_cast<QHelpEvent *>(event);
+        const QModelIndex index = indexAt(help->pos());
+        const QString text = index.isValid() ? rowToolTip(index.row()) : QString();
+        if (text.isEmpty())
+            QToolTip::hideText();
+        else
+            QToolTip::showText(help->globalPos(), text, viewport(), visualRect(index));
+        return true;
+    }
+    return QTableWidget::viewportEvent(event);
 }
 
 void MarketTable::highlightRow(const QString &symbol, const QColor &color)

@@ -5,6 +5,9 @@
 #include <QSet>
 #include <QTableWidget>
 
+#include <array>
+#include <functional>
+
 class QMenu;
 
 // The watchlist table: one row per followed symbol, sixteen columns. It writes cells by the
@@ -24,11 +27,22 @@ public:
     void setMarketNumberCell(int row, int column, const QString &text, double value);
     void setMarketIndicatorCell(int row, int column, double value);
     void colorChangeCell(int row, double changePercent);
-    // Last price, change, source, latency, status and time of one row, and the change colour.
-    void writeQuoteCells(int row, double price, double changePercent, const QString &source,
-                         const QString &latency, const QString &status);
+
+    // The cells of one row, fetched before any is written: while the table is sorted, writing the
+    // sort column moves the row, and the cells go with it.
+    using RowCells = std::array<QTableWidgetItem *, 16>;
+    RowCells rowCells(int row);
+    // Writes only what differs from what the cell shows, so an unchanged value costs no update.
+    static void writeCell(QTableWidgetItem *cell, const QString &text);
+    static void writeNumber(QTableWidgetItem *cell, double value);
+    // Last price, change and its colour, source, latency, status and time of one row.
+    void writeQuoteCells(const RowCells &cells, double price, double changePercent,
+                         const QString &source, const QString &latency, const QString &status,
+                         const QString &timestamp);
     void setMarketStatus(int row, const QString &status);
-    void setRowToolTip(int row, const QString &text);
+    // A row's tooltip is built when it is asked for (hovering), from the row's symbol.
+    void setToolTipProvider(std::function<QString(const QString &symbol)> provider);
+    QString rowToolTip(int row) const;
     // Paints the symbol's row (an alert hit); it keeps the colour until the next highlight of it.
     void highlightRow(const QString &symbol, const QColor &color);
     // Moves a row and keeps the manual order (sorting stays off). False when nothing moved.
@@ -54,6 +68,9 @@ public:
     // is chosen; once the symbol is gone its entries do nothing.
     QMenu *createRowMenu(int row);
 
+protected:
+    bool viewportEvent(QEvent *event) override;
+
 signals:
     void createAlertRequested(const QString &symbol);
     void moveRequested(int from, int to);
@@ -71,6 +88,7 @@ private:
 
     QSet<int> m_hiddenColumns;
     mutable QHash<QString, QPersistentModelIndex> m_rowIndex; // symbol -> its column-0 cell
+    std::function<QString(const QString &)> m_toolTipProvider;
     int m_smaPeriod = 20;
     int m_emaPeriod = 20;
 };

@@ -10,6 +10,7 @@
 #include <QApplication>
 #include <QCompleter>
 #include <QHeaderView>
+#include <QHelpEvent>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -19,6 +20,7 @@
 #include <QPlainTextEdit>
 #include <QTest>
 #include <QTimer>
+#include <QToolTip>
 
 namespace {
 
@@ -189,7 +191,13 @@ void WatchlistTest::quotesFillTheirRow()
     QVERIFY(table->item(0, LatencyColumn)->text().endsWith(QStringLiteral(" ms")));
     QCOMPARE(table->item(0, StatusColumn)->text(), QStringLiteral("free/delayed"));
     QVERIFY(table->item(0, ChangeColumn)->text().endsWith(QLatin1Char('%')));
-    QVERIFY(table->item(0, 5)->toolTip().contains(QStringLiteral("yahoo_b3")));
+    QVERIFY(table->rowToolTip(0).contains(QStringLiteral("yahoo_b3")));
+    // Hovering a cell shows its row's tooltip, built then.
+    const QRect cellRect = table->visualRect(table->model()->index(0, 5));
+    QHelpEvent hover(QEvent::ToolTip, cellRect.center(),
+                     table->viewport()->mapToGlobal(cellRect.center()));
+    QCoreApplication::sendEvent(table->viewport(), &hover);
+    QVERIFY(QToolTip::text().contains(QStringLiteral("yahoo_b3")));
     // The selected row's quote reaches the header and the log.
     QTRY_COMPARE(window.findChild<QTableWidget *>("quoteLogTable")->rowCount(), 1);
 
@@ -282,11 +290,9 @@ void WatchlistTest::sortedRowsKeepTheirOwnColourAndTooltip()
             const QTableWidgetItem *change = table->item(row, ChangeColumn);
             const double value = change->data(Qt::UserRole).toDouble();
             QCOMPARE(change->foreground().color().name(), changeColor(value).name());
-            for (int cell = 0; cell < MarketColumnCount; ++cell) {
-                const QString tip = table->item(row, cell)->toolTip();
-                QVERIFY2(tip.startsWith(symbol) && tip.contains(formatChangePercent(value)),
-                         qPrintable(symbol + QStringLiteral(": ") + tip));
-            }
+            const QString tip = table->rowToolTip(row);
+            QVERIFY2(tip.startsWith(symbol) && tip.contains(formatChangePercent(value)),
+                     qPrintable(symbol + QStringLiteral(": ") + tip));
         }
     }
 }

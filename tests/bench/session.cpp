@@ -1,0 +1,74 @@
+// A one-hour session replayed as fast as the terminal takes it: every simulated second brings a
+// ticker frame for each of 300 pairs, ten depth20 frames and twenty trades, with a burst of 2,000
+// trades a second for five seconds every ten minutes; the window processes its events (and paints)
+// once per simulated second. Memory is read after five simulated minutes and after the hour.
+#include "measure.h"
+#include "stream_frames.h"
+#include "support/fake_provider.h"
+#include "support/fake_websocket_server.h"
+#include "support/isolated_folders.h"
+#include "ui/main_window.h"
+#include "ui/market_table.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QTest>
+#include <QWebSocket>
+
+#include <malloc.h>
+
+int sessionScenario()
+{
+    FakeProvider provider;
+    FakeWebSocketServer streams;
+    if (!provider.listen() || !streams.listen())
+        return 1;
+    IsolatedFolders folders;
+    provider.serveEveryEndpoint();
+    streams.serveEveryStreamEndpoint();
+    const QStringList symbols = benchPairs(300);
+    folders.writeFile(folders.expectedConfigFolder() + QStringLiteral("/watchlists/default.json"),
+                      watchlistJson(symbols));
+    MainWindow window;
+    window.resize(1400, 900);
+    window.show();
+    if (!QTest::qWaitForWindowExposed(&window))
+        return 1;
+    window.startMarketData();
+    window.marketTable()->selectRow(window.findMarketRow(QStringLiteral("BTCUSDT")));
+    if (!QTest::qWaitFor([&] {
+            return window.tradeSocket()->state() == QAbstractSocket::ConnectedState &&
+                   window.depthSocket()->state() == QAbstractSocket::ConnectedState;
+        }))
+        return 1;
+    QTest::qWait(1000);
+
+    const QString btc = QStringLiteral("BTCUSDT");
+    QElapsedTimer clock;
+    clock.start();
+    for (int second = 1; second <= 3600; ++second) {
+        for (const QString &frame : tickerFrames(symbols, second))
+            window.onTickerFrame(frame);
+        const bool burst = second % 600 < 5;
+        const QStringList trades = tradeFrames(btc, burst ? 2000 : 20, second);
+        const QStringList depth = depthFrames(btc, 10, second);
+        for (int i = 0; i < trades.size(); ++i) {
+            window.onTradeFrame(trades[i]);
+            if (i < depth.size() && i % 2 == 0)
+                window.onDepthFrame(depth[i]);
+        }
+        for (int i = 0; i < depth.size(); ++i) {
+            if (i >= trades.size() || i % 2 == 1)
+                window.onDepthFrame(depth[i]);
+        }
+        QCoreApplication::sendPostedEvents();
+        QCoreApplication::processEvents();
+        if (second == 300 || second == 3600) {
+            malloc_trim(0); // freed memory the allocator still holds is not the terminal's
+            bench::report(second == 300 ? QStringLiteral("rss_5min") : QStringLiteral("rss_60min"),
+                          double(bench::residentKiB()));
+        }
+    }
+    bench::report(QStringLiteral("replay_seconds"), clock.elapsed() / 1000.0);
+    return 0;
+}

@@ -1,0 +1,16 @@
+#pragma once
+
+#include "chart/candle.h"
+
+#include <QByteArray>
+#include <QList>
+#include <QStringList>
+
+// Frames shaped like the real Binance combined streams (the full @ticker object, @trade,
+// depth20@100ms), with prices that move from one round to the next.
+QStringList benchPairs(int count); // BTCUSDT, ETHUSDT, then made-up USDT pairs
+QByteArray watchlistJson(const QStringList &symbols);
+QStringList tickerFrames(const QStringList &symbols, int round);
+QStringList tradeFrames(const QString &symbol, int count, int round);
+QStringList depthFrames(const QString &symbol, int count, int round);
+QList<Candle> benchCandles(int count);

@@ -16,7 +16,7 @@
 struct PortfolioPosition
 {
     QString symbol;
-    double quantity = 0;     // may be negative
+    double quantity = 0; // may be negative
     double averagePrice = 0;
 };
 
@@ -59,9 +59,11 @@ PortfolioStore readPortfolioStore(const QJsonObject &settings, const QString &de
 QJsonObject portfolioStoreToJson(const PortfolioStore &store);
 
 // Refusals of the selector's actions, in the current language; empty when allowed.
-QString portfolioNameProblem(const PortfolioStore &store, const QString &name,
-                             const QString &renaming = {}); // "A portfolio with this name already exists."
-QString portfolioDeleteProblem(const PortfolioStore &store); // "At least one portfolio must remain."
+QString
+portfolioNameProblem(const PortfolioStore &store, const QString &name,
+                     const QString &renaming = {}); // "A portfolio with this name already exists."
+QString
+portfolioDeleteProblem(const PortfolioStore &store); // "At least one portfolio must remain."
 
 // "BRL" for a B3 share, "USD" for every other class.
 QString positionCurrency(const QString &symbol);
@@ -81,10 +83,12 @@ struct PositionRow
     QString symbol, quantity, averagePrice, last, marketValue, pnl, pnlPercent;
     QString pnlColor; // "#20c878" when P&L >= 0, else "#f45d5d"
     double pnlValue = 0;
+    friend bool operator==(const PositionRow &, const PositionRow &) = default;
 };
 struct TransactionRow
 {
     QString time, type, symbol, amount, currency, note; // type: "Cash flow" / "Dividend"
+    friend bool operator==(const TransactionRow &, const TransactionRow &) = default;
 };
 struct PortfolioValuation
 {

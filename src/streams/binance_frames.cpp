@@ -1,6 +1,7 @@
 #include "streams/binance_frames.h"
 
 #include "app/endpoints.h"
+#include "streams/frame_scan.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -8,6 +9,7 @@
 #include <QJsonValue>
 #include <QSet>
 
+#include <charconv>
 #include <cmath>
 
 namespace {
@@ -112,6 +114,46 @@ QList<DepthLevel> sideOf(const QJsonObject &data, QLatin1String fullKey, QLatin1
     return levelsOf(data.value(shortKey));
 }
 
+// The scanned counterparts of the readers above. Each gives nothing when only the full parse can
+// tell, and then the frame is parsed whole.
+
+// data.s is always the first wanted key.
+QString scannedSymbol(const ScannedFrame &frame)
+{
+    if (!frame.dataIsObject)
+        return {};
+    const ScannedValue &inside = frame.data[0];
+    if (inside.type == ScannedValue::String && !inside.text.isEmpty())
+        return QString::fromLatin1(inside.text);
+    if (frame.stream.type != ScannedValue::String)
+        return {};
+    const QByteArrayView name = frame.stream.text;
+    const qsizetype at = name.indexOf('@');
+    return QString::fromLatin1(at >= 0 ? name.first(at) : name).toUpper();
+}
+
+std::optional<double> scannedDecimalOf(const ScannedValue &value)
+{
+    if (value.type != ScannedValue::Number && value.type != ScannedValue::String)
+        return qQNaN();
+    const std::optional<double> number = scannedDecimal(value.text);
+    if (!number)
+        return std::nullopt;
+    return std::isfinite(*number) ? *number : qQNaN();
+}
+
+std::optional<qint64> scannedMilliseconds(const ScannedValue &value)
+{
+    if (value.type != ScannedValue::Number)
+        return 0;
+    qint64 integer = 0;
+    const char *end = value.text.data() + value.text.size();
+    const auto [stop, error] = std::from_chars(value.text.data(), end, integer);
+    if (error != std::errc() || stop != end)
+        return std::nullopt; // a fraction or an exponent: the full parse rounds it
+    return std::abs(double(integer)) > 9.0e18 ? 0 : integer;
+}
+
 QUrl streamUrl(const QStringList &streamNames)
 {
     if (streamNames.isEmpty())
@@ -159,6 +201,22 @@ QString binanceFrameSymbol(const QByteArray &frame)
 
 std::optional<TickerFrame> readTickerFrame(const QByteArray &frame)
 {
+    // Hundreds of ticker frames a second: read by a scan, parsed whole only when it is unsure.
+    if (const auto scanned = scanFrame(frame, {"s", "c", "P"})) {
+        const std::optional<double> price = scannedDecimalOf(scanned->data[1]);
+        const std::optional<double> change = scannedDecimalOf(scanned->data[2]);
+        if (price && change) {
+            TickerFrame ticker{scannedSymbol(*scanned), *price, *change};
+            if (ticker.symbol.isEmpty() || !isUsablePrice(ticker.price))
+                return std::nullopt;
+            return ticker;
+        }
+    }
+    return readTickerFrameParsed(frame);
+}
+
+std::optional<TickerFrame> readTickerFrameParsed(const QByteArray &frame)
+{
     const auto [symbol, data] = envelopeOf(frame);
     TickerFrame ticker;
     ticker.symbol = symbol;
@@ -174,6 +232,24 @@ std::optional<TickerFrame> readTickerFrame(const QByteArray &frame)
 }
 
 std::optional<TradeFrame> readTradeFrame(const QByteArray &frame)
+{
+    // Thousands of trades a second in a burst: the same scan as ticker frames.
+    if (const auto scanned = scanFrame(frame, {"s", "p", "q", "T", "m"})) {
+        const std::optional<double> price = scannedDecimalOf(scanned->data[1]);
+        const std::optional<double> quantity = scannedDecimalOf(scanned->data[2]);
+        const std::optional<qint64> time = scannedMilliseconds(scanned->data[3]);
+        if (price && quantity && time) {
+            TradeFrame trade{scannedSymbol(*scanned), *price, *quantity, *time,
+                             scanned->data[4].type == ScannedValue::True};
+            if (trade.symbol.isEmpty() || !isUsablePrice(trade.price))
+                return std::nullopt;
+            return trade;
+        }
+    }
+    return readTradeFrameParsed(frame);
+}
+
+std::optional<TradeFrame> readTradeFrameParsed(const QByteArray &frame)
 {
     const auto [symbol, data] = envelopeOf(frame);
     TradeFrame trade;

@@ -12,9 +12,9 @@
 
 // The Binance combined streams the terminal listens to, and the readers of their frames. Every
 // frame is an envelope {"stream":"btcusdt@ticker","data":{...}}; real partial-depth frames carry no
-// symbol in `data`, so the symbol comes from `data.s` when present and otherwise from the upper-cased
-// pair part of the stream name. Readers never throw and never trust a type: a frame that cannot be
-// used gives nothing (or an empty symbol), so the caller drops it.
+// symbol in `data`, so the symbol comes from `data.s` when present and otherwise from the
+// upper-cased pair part of the stream name. Readers never throw and never trust a type: a frame
+// that cannot be used gives nothing (or an empty symbol), so the caller drops it.
 
 // "btcusdt@ticker"
 QString binanceTickerStreamName(const QString &symbol);
@@ -36,6 +36,8 @@ struct TickerFrame
 };
 // Nothing when the symbol is empty or the price is not a finite number above 0.
 std::optional<TickerFrame> readTickerFrame(const QByteArray &frame);
+// The same reader over a full parse of the frame; readTickerFrame gives what this gives.
+std::optional<TickerFrame> readTickerFrameParsed(const QByteArray &frame);
 
 struct TradeFrame
 {
@@ -48,6 +50,7 @@ struct TradeFrame
 // Nothing when the symbol is empty or the price is not a finite number above 0. Trades since
 // mid-2024 carry no `b`/`a`; nothing here needs them.
 std::optional<TradeFrame> readTradeFrame(const QByteArray &frame);
+std::optional<TradeFrame> readTradeFrameParsed(const QByteArray &frame);
 
 struct DepthFrame
 {
@@ -59,7 +62,8 @@ struct DepthFrame
 // a normal one.
 std::optional<DepthFrame> readDepthFrame(const QByteArray &frame);
 
-// The REST snapshot (/api/v3/depth): only `asks` and `bids` are read. Empty sides for anything else.
+// The REST snapshot (/api/v3/depth): only `asks` and `bids` are read. Empty sides for anything
+// else.
 DepthSides readDepthSnapshot(const QByteArray &body);
 
 // The crypto universe from /api/v3/exchangeInfo: every `symbols` entry whose `status` is exactly

@@ -5,6 +5,7 @@
 #include <QDateTime>
 
 #include <cmath>
+#include <limits>
 
 namespace {
 
@@ -64,12 +65,30 @@ bool TapeFilter::admits(const TapeRow &row) const
 
 TapeRow tradeTapeRow(double price, double quantity, qint64 timeMs, bool buyerIsMaker)
 {
+    // Trades come thousands a second in a burst: the time text of a second and the side labels of
+    // a language are made once, and the rows share them.
+    static qint64 shownSecond = std::numeric_limits<qint64>::min();
+    static QString shownTime;
+    static QString labelsLanguage;
+    static QString buyLabel;
+    static QString sellLabel;
+    const qint64 second = timeMs >= 0 ? timeMs / 1000 : (timeMs - 999) / 1000;
+    if (second != shownSecond) {
+        shownTime =
+                QDateTime::fromMSecsSinceEpoch(second * 1000).toString(QStringLiteral("HH:mm:ss"));
+        shownSecond = second;
+    }
+    if (const QString language = interfaceLanguage(); language != labelsLanguage) {
+        buyLabel = tapeSideLabel(QStringLiteral("buy"));
+        sellLabel = tapeSideLabel(QStringLiteral("sell"));
+        labelsLanguage = language;
+    }
     TapeRow row;
-    row.time = QDateTime::fromMSecsSinceEpoch(timeMs).toString(QStringLiteral("HH:mm:ss"));
+    row.time = shownTime;
     row.price = price;
     row.size = quantity;
     // The maker bought, so the aggressor sold.
-    row.side = tapeSideLabel(buyerIsMaker ? QStringLiteral("sell") : QStringLiteral("buy"));
+    row.side = buyerIsMaker ? sellLabel : buyLabel;
     row.color = buyerIsMaker ? kSellColor : kBuyColor;
     return row;
 }

@@ -182,6 +182,8 @@ public:
     void onTickerFrame(const QString &text);
     void onDepthFrame(const QString &text);
     void onTradeFrame(const QString &text);
+    // Draws now what waits for the next screen frame: stream rows, the tape and the book.
+    void flushScreenFrame();
     QWebSocket *tradeSocket() const { return m_tradeSocket; }
     QString bookSymbol() const { return m_bookSymbol; }
     QString tapeSymbol() const { return m_tapeSymbol; }
@@ -238,6 +240,8 @@ public:
     // The screener over the universe or the watchlist, from the rows' quotes and the movers.
     ScreenerPanel *screenerPanel() const { return m_screener; }
     void refreshScreener();
+    // The once-a-second rebuild while quotes arrive: only a screener in view is rebuilt.
+    void refreshScreenerIfShown();
 
     // News.
     NewsPanel *newsPanel() const { return m_news; }
@@ -282,8 +286,9 @@ private:
     // A quote for a row: kept at once; false when the symbol has no row.
     bool storeRowQuote(const QString &symbol, double price, double changePercent,
                        const QString &source, const QString &latency, const QString &status);
-    // Shows a kept quote in its row and wherever the symbol is on screen.
-    void showRowQuote(const QString &symbol, const QDateTime &now);
+    // Shows a kept quote in its row and wherever the symbol is on screen; the row, or -1. Called
+    // between the table's beginRowWrites() and endRowWrites().
+    int showRowQuote(const QString &symbol, const QDateTime &now, const QString &timestamp);
     // What depends on every row (mosaic, screener, portfolio, watchlist movers), once per batch.
     void afterRowQuotes();
     // Stream frames keep their quote at once and are shown once per screen frame.
@@ -407,6 +412,7 @@ private:
     // Live quotes re-rank the watchlist movers at most once a second.
     QTimer *m_watchlistMoversTimer = nullptr;
     QTimer *m_screenerTimer = nullptr;      // quotes rebuild the screener at most once a second
+    bool m_screenerStale = false;           // quotes changed while the screener was out of view
     FrameRenderer *m_rowRenderer = nullptr; // stream quotes reach their rows once per screen frame
     QStringList m_pendingRows;              // symbols with a kept quote not yet shown, in order
     QSet<QString> m_pendingRowSet;

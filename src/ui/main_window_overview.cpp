@@ -84,7 +84,11 @@ void MainWindow::connectOverview()
     m_screenerTimer->setObjectName(QStringLiteral("screenerRefreshTimer"));
     m_screenerTimer->setSingleShot(true);
     m_screenerTimer->setInterval(kWatchlistMoversDelayMs);
-    connect(m_screenerTimer, &QTimer::timeout, this, &MainWindow::refreshScreener);
+    connect(m_screenerTimer, &QTimer::timeout, this, &MainWindow::refreshScreenerIfShown);
+    connect(m_screener, &ScreenerPanel::shown, this, [this] {
+        if (m_screenerStale)
+            refreshScreener();
+    });
     connect(m_screener, &ScreenerPanel::filtersChanged, this, [this] {
         scheduleSettingsSave();
         refreshScreener();
@@ -183,6 +187,7 @@ void MainWindow::refreshScreener()
     if (!m_screener || !m_screenerTimer)
         return;
     m_screenerTimer->stop();
+    m_screenerStale = false;
     ScreenerInputs inputs;
     inputs.universe = m_universe.symbols();
     for (const QString &symbol : m_marketTable->symbols()) {
@@ -197,6 +202,17 @@ void MainWindow::refreshScreener()
     inputs.moverSources = m_moverSources;
     inputs.localSeries = m_localPriceSeries;
     m_screener->setRows(screenerRows(inputs, m_screener->filters()));
+}
+
+void MainWindow::refreshScreenerIfShown()
+{
+    // Quotes keep coming whatever tab is in front: a screener out of view is rebuilt when it
+    // comes back into view, not every second meanwhile.
+    if (m_screener && !m_screener->isVisible()) {
+        m_screenerStale = true;
+        return;
+    }
+    refreshScreener();
 }
 
 void MainWindow::refreshMoversMosaic()

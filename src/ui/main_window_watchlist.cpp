@@ -7,10 +7,12 @@
 #include "market/symbols.h"
 #include "market/watchlist.h"
 #include "ui/bilingual.h"
+#include "ui/book_panel.h"
 #include "ui/main_window.h"
 #include "ui/market_table.h"
 #include "ui/quote_details.h"
 #include "ui/screen_rate.h"
+#include "ui/tape_panel.h"
 
 #include <QFile>
 #include <QJsonDocument>
@@ -61,7 +63,10 @@ void MainWindow::updateMarketRow(const QString &symbol, double price, double cha
         m_rowRenderer->flush();
         return;
     }
-    showRowQuote(symbol, QDateTime::currentDateTime());
+    const QDateTime now = QDateTime::currentDateTime();
+    m_marketTable->beginRowWrites();
+    const int row = showRowQuote(symbol, now, marketTimestamp(now));
+    m_marketTable->endRowWrites(row >= 0 ? QList<int>{row} : QList<int>());
     afterRowQuotes();
 }
 
@@ -107,29 +112,36 @@ void MainWindow::renderPendingRows()
 {
     const QStringList symbols = std::exchange(m_pendingRows, {});
     m_pendingRowSet.clear();
+    // One clock reading and one time text for the whole batch.
     const QDateTime now = QDateTime::currentDateTime();
-    for (const QString &symbol : symbols)
-        showRowQuote(symbol, now);
+    const QString timestamp = marketTimestamp(now);
+    QList<int> rows;
+    rows.reserve(symbols.size());
+    m_marketTable->beginRowWrites();
+    for (const QString &symbol : symbols) {
+        if (const int row = showRowQuote(symbol, now, timestamp); row >= 0)
+            rows.append(row);
+    }
+    m_marketTable->endRowWrites(rows);
     if (!symbols.isEmpty())
         afterRowQuotes();
 }
 
-void MainWindow::showRowQuote(const QString &symbol, const QDateTime &now)
+int MainWindow::showRowQuote(const QString &symbol, const QDateTime &now, const QString &timestamp)
 {
     const int row = findMarketRow(symbol);
     const auto stored = m_lastQuotes.find(symbol);
     if (row < 0 || stored == m_lastQuotes.end())
-        return;
+        return -1;
     MarketQuote &quote = *stored;
     quote.time = now;
     const double price = quote.price;
     const double changePercent = quote.changePercent;
 
-    // Written through the row's cells: in a sorted table the row moves as its sort cell changes.
     const MarketTable::RowCells cells = m_marketTable->rowCells(row);
     writeCandleColumns(cells, symbol);
     m_marketTable->writeQuoteCells(cells, price, changePercent, quote.source, quote.latency,
-                                   quote.status, marketTimestamp(now));
+                                   quote.status, timestamp);
 
     checkPriceAlerts(symbol, price);
     m_quoteLog->record(quote);
@@ -149,13 +161,21 @@ void MainWindow::showRowQuote(const QString &symbol, const QDateTime &now)
         else
             refreshSymbolDetailsTable(symbol); // a crypto book in fallback follows REST quotes too
     }
+    return row;
 }
 
 void MainWindow::afterRowQuotes()
 {
-    refreshMoversMosaic();
+    // The screener and the watchlist movers follow quotes at most once a second.
     refreshPortfolio();
     refreshWatchlistMovers();
+}
+
+void MainWindow::flushScreenFrame()
+{
+    m_rowRenderer->flush();
+    m_tape->flushPendingDraw();
+    m_book->flushPendingDraw();
 }
 
 void MainWindow::setMarketRowStatus(const QString &symbol, const QString &status)

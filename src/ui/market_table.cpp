@@ -194,6 +194,43 @@ void MarketTable::colorChangeCell(int row, double changePercent)
     cellAt(row, ChangeColumn)->setForeground(changeColor(changePercent));
 }
 
+void MarketTable::beginRowWrites()
+{
+    m_modelWasBlocked = model()->blockSignals(true);
+}
+
+void MarketTable::endRowWrites(const QList<int> &rows)
+{
+    model()->blockSignals(m_modelWasBlocked);
+    if (rows.isEmpty())
+        return;
+    QHeaderView *header = horizontalHeader();
+    const int column = header->sortIndicatorSection();
+    if (isSortingEnabled() && column >= 0 && column < columnCount()) {
+        const bool ascending = header->sortIndicatorOrder() == Qt::AscendingOrder;
+        // `a` may stand before `b` in the sorted order.
+        const auto inOrder = [&](int a, int b) {
+            const QTableWidgetItem *first = item(a, column);
+            const QTableWidgetItem *second = item(b, column);
+            if (!first || !second)
+                return false;
+            return ascending ? !(*second < *first) : !(*first < *second);
+        };
+        for (int row : rows) {
+            if ((row > 0 && !inOrder(row - 1, row)) ||
+                (row + 1 < rowCount() && !inOrder(row, row + 1))) {
+                sortItems(column, header->sortIndicatorOrder());
+                viewport()->update();
+                return;
+            }
+        }
+    }
+    for (int row : rows) {
+        const QRect first = visualRect(model()->index(row, 0));
+        viewport()->update(QRect(0, first.top(), viewport()->width(), first.height()));
+    }
+}
+
 MarketTable::RowCells MarketTable::rowCells(int row)
 {
     static_assert(std::tuple_size_v<RowCells> == MarketColumnCount);

@@ -214,7 +214,16 @@ void PortfolioPanel::setPortfolios(const QStringList &names, const QString &acti
 
 void PortfolioPanel::showValuation(const PortfolioValuation &valuation)
 {
+    // Quotes revalue the portfolio many times a second: the tables are written only when something
+    // they show changed (a language change writes them again).
+    const bool unchanged = m_valuationShown && valuation.positions == m_valuation.positions &&
+                           valuation.transactions == m_valuation.transactions &&
+                           valuation.summary == m_valuation.summary &&
+                           valuation.summaryColor == m_valuation.summaryColor;
     m_valuation = valuation;
+    if (unchanged)
+        return;
+    m_valuationShown = true;
     const int position = selectedPosition();
     m_positions->setSortingEnabled(false);
     m_positions->setRowCount(int(valuation.positions.size()));
@@ -254,8 +263,10 @@ void PortfolioPanel::showValuation(const PortfolioValuation &valuation)
     }
     m_summary->setText(valuation.summary);
     m_summary->setToolTip(valuation.summary);
-    m_summary->setStyleSheet(
-            QStringLiteral("color:%1;font-weight:700;").arg(valuation.summaryColor));
+    const QString summaryStyle =
+            QStringLiteral("color:%1;font-weight:700;").arg(valuation.summaryColor);
+    if (m_summary->styleSheet() != summaryStyle)
+        m_summary->setStyleSheet(summaryStyle);
 }
 
 int PortfolioPanel::selectedPosition() const
@@ -361,7 +372,9 @@ void PortfolioPanel::resizeEvent(QResizeEvent *event)
 
 void PortfolioPanel::changeEvent(QEvent *event)
 {
-    if (event->type() == QEvent::LanguageChange)
+    if (event->type() == QEvent::LanguageChange) {
+        m_valuationShown = false;
         retranslate();
+    }
     QWidget::changeEvent(event);
 }

@@ -76,4 +76,5 @@ private:
     QTableWidget *m_transactions = nullptr;
     QLabel *m_summary = nullptr;
     PortfolioValuation m_valuation;
+    bool m_valuationShown = false;
 };

@@ -115,6 +115,9 @@ ScreenerPanel::ScreenerPanel(QWidget *parent)
     m_table = new QTableWidget(0, ColumnCount, this);
     m_table->setObjectName(QStringLiteral("screenerTable"));
     m_table->verticalHeader()->setVisible(false);
+    // Column widths are measured on the rows in view: the universe has hundreds of rows and the
+    // table is rebuilt every second while quotes arrive.
+    m_table->verticalHeader()->setResizeContentsPrecision(0);
     m_table->verticalHeader()->setDefaultSectionSize(20);
     QHeaderView *header = m_table->horizontalHeader();
     header->setHighlightSections(false);
@@ -290,6 +293,12 @@ void ScreenerPanel::fitColumns()
         m_table->setColumnHidden(column, true);
         total -= needed[column];
     }
+}
+
+void ScreenerPanel::showEvent(QShowEvent *event)
+{
+    QWidget::showEvent(event);
+    emit shown();
 }
 
 void ScreenerPanel::resizeEvent(QResizeEvent *event)

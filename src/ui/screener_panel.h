@@ -51,11 +51,14 @@ signals:
     void filtersChanged();
     // A row was double-clicked or Enter was pressed on it.
     void symbolActivated(const QString &symbol);
+    // The panel came into view (its tab was chosen, the window shown).
+    void shown();
 
 protected:
     void changeEvent(QEvent *event) override;
     bool eventFilter(QObject *watched, QEvent *event) override;
     void resizeEvent(QResizeEvent *event) override;
+    void showEvent(QShowEvent *event) override;
 
 private:
     void activateRow(int row);

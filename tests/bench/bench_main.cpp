@@ -147,9 +147,15 @@ int main(int argc, char *argv[])
 
     const QList<Figure> figures = {
             {QStringLiteral("@ticker frame into a 300-row watchlist / bare parse"), 1.3,
-             [](Results &r) { return r.get("ticker/apply") / r.get("ticker/parse"); }},
+             [](Results &r) {
+                 return (r.get("ticker/apply") + r.get("ticker/screener_second")) /
+                        r.get("ticker/parse");
+             }},
             {QStringLiteral("the same sorted by Last / unsorted"), 1.2,
-             [](Results &r) { return r.get("ticker/apply_sorted") / r.get("ticker/apply"); }},
+             [](Results &r) {
+                 return (r.get("ticker/apply_sorted") + r.get("ticker/screener_second")) /
+                        (r.get("ticker/apply") + r.get("ticker/screener_second"));
+             }},
             {QStringLiteral("@trade frame into the tape (5,000 in a second) / bare parse"), 2.0,
              [](Results &r) { return r.get("trades/apply") / r.get("trades/parse"); }},
             {QStringLiteral("tape repaints in that second"), 60,

@@ -19,6 +19,11 @@ void check(bool condition)
         __builtin_trap();
 }
 
+bool sameNumber(double a, double b)
+{
+    return (std::isnan(a) && std::isnan(b)) || a == b;
+}
+
 // A reader never hands out an infinity: a value is a finite number or NaN.
 bool finiteOrNaN(double value)
 {
@@ -78,12 +83,30 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const QByteArray input(reinterpret_cast<const char *>(data), qsizetype(size));
 
     const QString symbol = binanceFrameSymbol(input);
-    if (const auto ticker = readTickerFrame(input)) {
+    // The scanning readers read every frame exactly as the full parse does.
+    const auto ticker = readTickerFrame(input);
+    const auto tickerParsed = readTickerFrameParsed(input);
+    check(ticker.has_value() == tickerParsed.has_value());
+    if (ticker) {
+        check(ticker->symbol == tickerParsed->symbol);
+        check(sameNumber(ticker->price, tickerParsed->price));
+        check(sameNumber(ticker->changePercent, tickerParsed->changePercent));
+    }
+    const auto trade = readTradeFrame(input);
+    const auto tradeParsed = readTradeFrameParsed(input);
+    check(trade.has_value() == tradeParsed.has_value());
+    if (trade) {
+        check(trade->symbol == tradeParsed->symbol && trade->timeMs == tradeParsed->timeMs);
+        check(sameNumber(trade->price, tradeParsed->price));
+        check(sameNumber(trade->quantity, tradeParsed->quantity));
+        check(trade->buyerIsMaker == tradeParsed->buyerIsMaker);
+    }
+    if (ticker) {
         check(ticker->symbol == symbol && !symbol.isEmpty());
         check(std::isfinite(ticker->price) && ticker->price > 0);
         check(finiteOrNaN(ticker->changePercent));
     }
-    if (const auto trade = readTradeFrame(input)) {
+    if (trade) {
         check(trade->symbol == symbol && !symbol.isEmpty());
         check(std::isfinite(trade->price) && trade->price > 0);
         check(finiteOrNaN(trade->quantity));

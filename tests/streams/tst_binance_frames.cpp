@@ -53,6 +53,8 @@ private slots:
     void tradeNeedsNoOrderIds();
     void unusableFramesGiveNothing_data();
     void unusableFramesGiveNothing();
+    void scanAgreesWithFullParse_data();
+    void scanAgreesWithFullParse();
     void snapshotReadsOnlyFullKeys();
     void streamUrlsKeepTheirSeparators();
     void universeKeepsTradingUsdtPairs();
@@ -235,6 +237,77 @@ void BinanceFramesTest::unusableFramesGiveNothing()
     QVERIFY(!readTickerFrame(frame));
     QVERIFY(!readTradeFrame(frame));
     QCOMPARE(readDepthFrame(frame).has_value(), !symbol.isEmpty());
+}
+
+// Ticker and trade frames are read by a scan that hands anything unusual to the full parse: each
+// frame here must read exactly as the full parse reads it.
+void BinanceFramesTest::scanAgreesWithFullParse_data()
+{
+    QTest::addColumn<QByteArray>("frame");
+    const char *frames[][2] = {
+            {"live ticker", kTicker},
+            {"spaces everywhere",
+             " {\n \"stream\" : \"btcusdt@trade\" ,\r\n\t\"data\": { \"s\" : "
+             "\"BTCUSDT\" , \"c\":\"1.5\", \"p\": 2 , \"q\": \"3\" , \"T\" : 17 , "
+             "\"m\" : true , \"P\": \"-0.5\" } } \n"},
+            {"escaped key spelling c",
+             R"({"stream":"btcusdt@ticker","data":{"\u0063":"7","P":"1"}})"},
+            {"escaped symbol",
+             R"({"stream":"btcusdt@ticker","data":{"s":"BTC\u0055SDT","c":"7"}})"},
+            {"escape elsewhere",
+             R"({"stream":"btcusdt@ticker","data":{"e":"a\"b","c":"7","n":[1,{"x":"\n"}]}})"},
+            {"non-ASCII elsewhere",
+             "{\"stream\":\"btcusdt@ticker\",\"data\":{\"e\":\"\xc3\xa9\",\"c\":\"7\"}}"},
+            {"wanted key twice", R"({"stream":"btcusdt@ticker","data":{"c":"7","c":"8"}})"},
+            {"data twice", R"({"stream":"btcusdt@ticker","data":{"c":"7"},"data":{"c":"8"}})"},
+            {"deep nesting",
+             R"({"stream":"btcusdt@ticker","data":{"x":[[[[[[[[[[1]]]]]]]]]],"c":"7"}})"},
+            {"exponents and signs",
+             R"({"stream":"btcusdt@trade","data":{"p":"1.5E+3","q":-2e-2,"T":1.7e12,"c":"1e2","P":"-0"}})"},
+            {"strings a full parse still reads",
+             R"({"stream":"btcusdt@trade","data":{"p":"+12","q":" 3","c":".5","P":"5."}})"},
+            {"number out of range elsewhere",
+             R"({"stream":"btcusdt@ticker","data":{"t":23e456,"c":5}})"},
+            {"leading zero", R"({"stream":"btcusdt@trade","data":{"p":01,"c":"1"}})"},
+            {"huge time", R"({"stream":"btcusdt@trade","data":{"p":"1","T":9000000000000000001}})"},
+            {"time out of range",
+             R"({"stream":"btcusdt@trade","data":{"p":"1","T":99999999999999999999}})"},
+            {"time as text", R"({"stream":"btcusdt@trade","data":{"p":"1","T":"1733498426037"}})"},
+            {"tiny and huge prices",
+             R"({"stream":"btcusdt@trade","data":{"p":"4e-320","c":"1e400"}})"},
+            {"stream without @", R"({"stream":"btcusdt","data":{"c":"1","p":"1"}})"},
+            {"garbage after", R"({"stream":"btcusdt@ticker","data":{"c":"1"}} x)"},
+            {"truncated", R"({"stream":"btcusdt@ticker","data":{"c":"1")"},
+            {"control character in a string",
+             "{\"stream\":\"btc\tusdt@x\",\"data\":{\"c\":\"1\"}}"},
+            {"top-level array", R"([{"stream":"btcusdt@ticker","data":{"c":"1"}}])"},
+            {"empty", ""},
+    };
+    for (const auto &frame : frames)
+        QTest::newRow(frame[0]) << QByteArray(frame[1]);
+}
+
+void BinanceFramesTest::scanAgreesWithFullParse()
+{
+    QFETCH(QByteArray, frame);
+    const auto ticker = readTickerFrame(frame);
+    const auto tickerParsed = readTickerFrameParsed(frame);
+    QCOMPARE(ticker.has_value(), tickerParsed.has_value());
+    if (ticker) {
+        QCOMPARE(ticker->symbol, tickerParsed->symbol);
+        QVERIFY(sameNumber(ticker->price, tickerParsed->price));
+        QVERIFY(sameNumber(ticker->changePercent, tickerParsed->changePercent));
+    }
+    const auto trade = readTradeFrame(frame);
+    const auto tradeParsed = readTradeFrameParsed(frame);
+    QCOMPARE(trade.has_value(), tradeParsed.has_value());
+    if (trade) {
+        QCOMPARE(trade->symbol, tradeParsed->symbol);
+        QVERIFY(sameNumber(trade->price, tradeParsed->price));
+        QVERIFY(sameNumber(trade->quantity, tradeParsed->quantity));
+        QCOMPARE(trade->timeMs, tradeParsed->timeMs);
+        QCOMPARE(trade->buyerIsMaker, tradeParsed->buyerIsMaker);
+    }
 }
 
 void BinanceFramesTest::snapshotReadsOnlyFullKeys()

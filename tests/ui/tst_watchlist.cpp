@@ -282,9 +282,7 @@ void WatchlistTest::sortedRowsKeepTheirOwnColourAndTooltip()
         double change;
     } burst[] = {{"AAPL", 10, -9}, {"TSLA", 400, 5}, {"MSFT", 5, -4},
                  {"NVDA", 500, 7}, {"AAPL", 600, 8}, {"TSLA", 1, -3}};
-    for (const auto &quote : burst) {
-        window.updateMarketRow(quote.symbol, quote.price, quote.change, "Yahoo", "1 ms",
-                               "free/delayed");
+    auto checkRows = [&] {
         for (int row = 0; row < table->rowCount(); ++row) {
             const QString symbol = table->item(row, SymbolColumn)->text();
             const QTableWidgetItem *change = table->item(row, ChangeColumn);
@@ -293,8 +291,27 @@ void WatchlistTest::sortedRowsKeepTheirOwnColourAndTooltip()
             const QString tip = table->rowToolTip(row);
             QVERIFY2(tip.startsWith(symbol) && tip.contains(formatChangePercent(value)),
                      qPrintable(symbol + QStringLiteral(": ") + tip));
+            if (row > 0) // still in descending order
+                QVERIFY(!(*table->item(row - 1, column) < *table->item(row, column)));
         }
+    };
+    for (const auto &quote : burst) {
+        window.updateMarketRow(quote.symbol, quote.price, quote.change, "Yahoo", "1 ms",
+                               "free/delayed");
+        checkRows();
     }
+    // Stream frames of several rows reach the table together, in one screen frame.
+    for (const auto &quote : burst) {
+        window.onTickerFrame(QStringLiteral(R"({"stream":"x@ticker","data":{"s":"%1","c":"%2",)"
+                                            R"("P":"%3"}})")
+                                     .arg(QLatin1String(quote.symbol))
+                                     .arg(quote.price * 2)
+                                     .arg(-quote.change));
+    }
+    window.flushScreenFrame();
+    checkRows();
+    QCOMPARE(table->item(0, SymbolColumn)->text(),
+             column == LastColumn ? QStringLiteral("AAPL") : QStringLiteral("MSFT"));
 }
 
 void WatchlistTest::rowMenuActsOnTheSymbolItWasOpenedOn_data()

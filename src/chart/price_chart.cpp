@@ -59,14 +59,14 @@ void PriceChart::setData(const QString &symbol, const QList<Candle> &candles, in
     m_geometryValid = false;
     if (m_hoverIndex >= m_candles.size())
         m_hoverIndex = -1;
-    update();
+    refresh();
 }
 
 void PriceChart::setDrawings(const QList<ChartDrawing> &drawings)
 {
     m_drawings = drawings;
     m_selectedDrawing = -1;
-    update();
+    refresh();
 }
 
 void PriceChart::setDrawMode(DrawMode mode)
@@ -74,7 +74,7 @@ void PriceChart::setDrawMode(DrawMode mode)
     m_drawMode = mode;
     m_trendPending = false;
     restoreCursor();
-    update();
+    refresh();
     send(QStringLiteral("Chart tool: %1").arg(drawModeName(mode)));
     if (m_toolCallback)
         m_toolCallback(mode);
@@ -104,20 +104,20 @@ void PriceChart::resetZoom()
     m_trendPending = false;
     m_hoverIndex = m_candles.isEmpty() ? -1 : m_candles.size() - 1;
     restoreCursor();
-    update();
+    refresh();
     send(QStringLiteral("Chart zoom reset"));
 }
 
 void PriceChart::setLightTheme(bool light)
 {
     m_light = light;
-    update();
+    refresh();
 }
 
 void PriceChart::setIndicatorSettings(const IndicatorSettings &settings)
 {
     m_settings = settings;
-    update();
+    refresh();
 }
 
 void PriceChart::setMessageCallback(std::function<void(const QString &)> callback)
@@ -233,7 +233,7 @@ void PriceChart::wheelEvent(QWheelEvent *event)
     }
     m_view.zoom(geometry().plotFraction(event->position().x()), event->angleDelta().y() >= 1);
     event->accept();
-    update();
+    refresh();
 }
 
 void PriceChart::mousePressEvent(QMouseEvent *event)
@@ -247,7 +247,7 @@ void PriceChart::mousePressEvent(QMouseEvent *event)
         m_trendPending = true;
         m_trendStart = pos;
         m_trendCurrent = pos;
-        update();
+        refresh();
         return;
     }
     if (button == Qt::LeftButton && (m_drawMode == HorizontalLine || m_drawMode == VerticalLine)) {
@@ -269,7 +269,7 @@ void PriceChart::mousePressEvent(QMouseEvent *event)
         m_boxSelecting = true;
         m_boxFrom = pos.x();
         m_boxTo = pos.x();
-        update();
+        refresh();
         return;
     }
     // Empty chart, a locked drawing or the middle button: the chart moves instead.
@@ -301,10 +301,19 @@ void PriceChart::mouseMoveEvent(QMouseEvent *event)
         m_dragLast = pos;
     } else if (m_boxSelecting) {
         m_boxTo = pos.x();
+        update(); // the box is drawn over the cached chart
+        return;
     } else {
-        m_hoverIndex = g.indexAt(pos.x());
+        // The crosshair sits on a candle and is drawn over the cached chart: a move onto another
+        // candle repaints, and nothing is recomputed.
+        const qint64 index = g.indexAt(pos.x());
+        if (index != m_hoverIndex) {
+            m_hoverIndex = index;
+            update();
+        }
+        return;
     }
-    update();
+    refresh();
 }
 
 void PriceChart::mouseReleaseEvent(QMouseEvent *event)
@@ -312,7 +321,7 @@ void PriceChart::mouseReleaseEvent(QMouseEvent *event)
     const QPointF pos = event->position();
     if (event->button() == Qt::LeftButton && m_trendPending) {
         m_trendPending = false;
-        update();
+        refresh();
         if (QLineF(m_trendStart, pos).length() < kTrendMinimumDrag)
             return;
         finishTrend(pos);
@@ -331,6 +340,12 @@ void PriceChart::mouseReleaseEvent(QMouseEvent *event)
         const ChartGeometry &g = geometry();
         m_view.zoomToBox(g.plotFraction(m_boxFrom), g.plotFraction(m_boxTo));
     }
+    refresh();
+}
+
+void PriceChart::refresh()
+{
+    m_baseValid = false;
     update();
 }
 
@@ -405,7 +420,7 @@ void PriceChart::placeLine(const QPointF &pos, DrawMode mode)
     send(message);
     setDrawMode(Select);
     notifyChanged();
-    update();
+    refresh();
 }
 
 void PriceChart::finishTrend(const QPointF &end)

@@ -8,6 +8,7 @@
 #include <QColor>
 #include <QKeySequence>
 #include <QList>
+#include <QPixmap>
 #include <QPointF>
 #include <QRectF>
 #include <QString>
@@ -154,6 +155,10 @@ private:
     void paintVolume(QPainter &painter, const ChartGeometry &geometry) const;
     void paintTimeAxis(QPainter &painter, const ChartGeometry &geometry) const;
     void paintCrosshair(QPainter &painter, const ChartGeometry &geometry) const;
+    // Everything but the crosshair and the zoom box, into the cached pixmap.
+    void paintChart(QPainter &painter) const;
+    // What the chart shows changed: draw it again at the next paint.
+    void refresh();
 
     QString m_symbol;
     QList<Candle> m_candles;
@@ -162,6 +167,8 @@ private:
     QList<ChartDrawing> m_drawings;
     IndicatorSettings m_settings;
     mutable int m_seriesComputations = 0;
+    QPixmap m_base; // the chart without the crosshair, valid while m_baseValid
+    bool m_baseValid = false;
     ChartView m_view;
     DrawMode m_drawMode = Select;
     QKeySequence m_resetZoomShortcut = QKeySequence(Qt::ALT | Qt::Key_0);

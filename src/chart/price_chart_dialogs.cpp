@@ -146,7 +146,7 @@ QMenu *PriceChart::createContextMenu(const QPoint &pos)
                     send(drawing.locked ? QStringLiteral("Drawing locked")
                                         : QStringLiteral("Drawing unlocked"));
                     notifyChanged();
-                    update();
+                    refresh();
                 });
         connect(add(menu, "removeDrawing", tr2("Remove", "Remover")), &QAction::triggered, this,
                 [this, hit] {
@@ -155,7 +155,7 @@ QMenu *PriceChart::createContextMenu(const QPoint &pos)
                     m_drawings.removeAt(hit);
                     send(QStringLiteral("Drawing removed"));
                     notifyChanged();
-                    update();
+                    refresh();
                 });
         return menu;
     }
@@ -222,7 +222,7 @@ void PriceChart::afterMenuChange()
     if (!legend.isEmpty())
         send(legend);
     notifyChanged();
-    update();
+    refresh();
 }
 
 void PriceChart::configurePeriod(int IndicatorSettings::*period, const QString &title,
@@ -279,7 +279,7 @@ void PriceChart::clearSchemes()
     m_drawings.clear();
     m_selectedDrawing = -1;
     notifyChanged();
-    update();
+    refresh();
 }
 
 void PriceChart::editDrawing(int index)
@@ -322,5 +322,5 @@ void PriceChart::editDrawing(int index)
     m_drawings[index] = drawing;
     send(QStringLiteral("Drawing edited"));
     notifyChanged();
-    update();
+    refresh();
 }

@@ -113,7 +113,42 @@ double lastVisibleFinite(const IndicatorSeries &series, qint64 first, qint64 las
 
 void PriceChart::paintEvent(QPaintEvent *)
 {
+    // The chart is drawn once into a pixmap and kept until what it shows changes; the crosshair and
+    // the zoom box go over it, so moving the mouse costs a copy and a few lines.
+    const qreal ratio = devicePixelRatioF();
+    const QSize pixels = size() * ratio;
+    if (!m_baseValid || m_base.size() != pixels) {
+        m_base = QPixmap(pixels);
+        m_base.setDevicePixelRatio(ratio);
+        QPainter base(&m_base);
+        base.setFont(font()); // a pixmap's painter starts with the application's font
+        paintChart(base);
+        m_baseValid = true;
+    }
     QPainter painter(this);
+    painter.drawPixmap(0, 0, m_base);
+    if (m_candles.isEmpty())
+        return;
+    painter.setRenderHint(QPainter::Antialiasing);
+    QFont font = painter.font();
+    font.setPointSize(9);
+    painter.setFont(font);
+    const ChartGeometry &g = geometry();
+    paintCrosshair(painter, g);
+    if (m_boxSelecting) {
+        const ChartColors &colors = chartColors(m_light);
+        const QRectF box(QPointF(std::min(m_boxFrom, m_boxTo), g.plot.top()),
+                         QPointF(std::max(m_boxFrom, m_boxTo), g.plot.bottom()));
+        QColor fill = colors.crosshair;
+        fill.setAlpha(40);
+        painter.fillRect(box.intersected(g.plot), fill);
+        painter.setPen(QPen(colors.crosshair, 1));
+        painter.drawRect(box.intersected(g.plot));
+    }
+}
+
+void PriceChart::paintChart(QPainter &painter) const
+{
     painter.setRenderHint(QPainter::Antialiasing);
     const ChartColors &colors = chartColors(m_light);
     painter.fillRect(rect(), colors.background);
@@ -150,17 +185,6 @@ void PriceChart::paintEvent(QPaintEvent *)
 
     paintVolume(painter, g);
     paintTimeAxis(painter, g);
-    paintCrosshair(painter, g);
-
-    if (m_boxSelecting) {
-        const QRectF box(QPointF(std::min(m_boxFrom, m_boxTo), g.plot.top()),
-                         QPointF(std::max(m_boxFrom, m_boxTo), g.plot.bottom()));
-        QColor fill = colors.crosshair;
-        fill.setAlpha(40);
-        painter.fillRect(box.intersected(g.plot), fill);
-        painter.setPen(QPen(colors.crosshair, 1));
-        painter.drawRect(box.intersected(g.plot));
-    }
 
     painter.setPen(colors.text);
     const QRectF range(g.plot.left(), height() - 18, g.plot.width(), 16);

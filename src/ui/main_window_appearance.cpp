@@ -49,7 +49,8 @@ void MainWindow::applyTheme()
 {
     (isLightTheme(m_theme) ? m_lightAction : m_darkAction)->setChecked(true);
     const QString sheet = themeStyleSheet(m_theme);
-    setStyleSheet(sheet);
+    if (styleSheet() != sheet) // setting a sheet styles every widget again
+        setStyleSheet(sheet);
     // The completer's popup is a window of its own and does not inherit the window's sheet.
     if (m_completer)
         m_completer->popup()->setStyleSheet(sheet);

@@ -196,12 +196,12 @@ void MarketTable::colorChangeCell(int row, double changePercent)
 
 void MarketTable::beginRowWrites()
 {
-    m_modelWasBlocked = model()->blockSignals(true);
+    MarketTableItem::setQuietWrites(true);
 }
 
 void MarketTable::endRowWrites(const QList<int> &rows)
 {
-    model()->blockSignals(m_modelWasBlocked);
+    MarketTableItem::setQuietWrites(false);
     if (rows.isEmpty())
         return;
     QHeaderView *header = horizontalHeader();

@@ -35,9 +35,9 @@ public:
     // Writes only what differs from what the cell shows, so an unchanged value costs no update.
     static void writeCell(QTableWidgetItem *cell, const QString &text);
     static void writeNumber(QTableWidgetItem *cell, double value);
-    // Quotes write many cells of a few rows at once. Between these two calls the model stays
-    // quiet; at the end each written row is repainted once, and a sorted table is sorted again
-    // only when one of those rows is no longer in its place.
+    // Quotes write many cells of a few rows at once. Between these two calls texts and values
+    // change without a model signal; at the end each written row is repainted once, and a sorted
+    // table is sorted again only when one of those rows is no longer in its place.
     void beginRowWrites();
     void endRowWrites(const QList<int> &rows);
     // Last price, change and its colour, source, latency, status and time of one row.
@@ -94,7 +94,6 @@ private:
     QSet<int> m_hiddenColumns;
     mutable QHash<QString, QPersistentModelIndex> m_rowIndex; // symbol -> its column-0 cell
     std::function<QString(const QString &)> m_toolTipProvider;
-    bool m_modelWasBlocked = false;
     int m_smaPeriod = 20;
     int m_emaPeriod = 20;
 };

@@ -287,8 +287,11 @@ int chartScenario()
     chart.show();
     if (!QTest::qWaitForWindowExposed(&chart))
         return 1;
+    // A full paint, as after a resize: the chart keeps its drawing until what it shows changes.
+    int width = chart.width();
     auto paint = [&] {
-        chart.update();
+        width = width == 1000 ? 1001 : 1000;
+        chart.resize(width, chart.height());
         screenFrame();
     };
     // The narrowest view of a history is 4% of it: 100,000 candles zoomed all the way in show the

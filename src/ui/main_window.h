@@ -448,6 +448,7 @@ private:
     bool m_depthValid = false;
     QString m_tapeSymbol;
     bool m_tapeLive = false;
+    bool m_bookShowsSnapshot = false; // the fallback book holds a snapshot's bid and ask
     QStringList m_cryptoBaseAssets;
     QHash<QString, QList<Candle>> m_localPriceSeries;
     QString m_savedBookPreset;

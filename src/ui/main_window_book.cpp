@@ -128,6 +128,7 @@ void MainWindow::showQuoteStatsFallback(const QString &symbol)
 {
     m_depthPending = false;
     m_depthValid = false;
+    m_bookShowsSnapshot = false;
     fillQuoteStatsTables(symbol);
     setBookTitle(
             panelTitleText(quoteSnapshotWord(), symbol,
@@ -216,6 +217,7 @@ void MainWindow::showSnapshotFallback(const QString &symbol, double last, double
     metrics.bestBid = std::min(close, last);
     metrics.bestAsk = last;
     m_book->setMetrics(metrics);
+    m_bookShowsSnapshot = true;
     setBookTitle(
             QStringLiteral("%1  %2").arg(title, translated(QStringLiteral("snapshot fallback"),
                                                            QStringLiteral("resumo alternativo"))));
@@ -351,6 +353,23 @@ void MainWindow::refreshSymbolDetailsTable(const QString &symbol)
         return;
     const QString title = m_book->title();
     fillQuoteStatsTables(symbol);
+    if (m_bookShowsSnapshot) {
+        // A snapshot's tiles follow the row by the snapshot's own rule: a missing close is the
+        // previous close of the last quote, else the last price.
+        const int row = findMarketRow(symbol);
+        const double last = row >= 0 ? cellNumber(m_marketTable->item(row, LastColumn)) : qQNaN();
+        double close = row >= 0 ? cellNumber(m_marketTable->item(row, CloseColumn)) : qQNaN();
+        if (!(close > 0))
+            close = m_lastQuotes.value(symbol).previousClose;
+        if (!(close > 0) || !std::isfinite(close))
+            close = last;
+        if (last > 0 && std::isfinite(last)) {
+            BookMetrics metrics;
+            metrics.bestBid = std::min(close, last);
+            metrics.bestAsk = last;
+            m_book->setMetrics(metrics);
+        }
+    }
     setBookTitle(title);
 }
 

@@ -594,9 +594,11 @@ void StreamsTest::keyedLevelOneQuoteFillsTheSnapshot()
     auto window = startWindow("AAPL");
     QTRY_COMPARE(window->bookPanel()->title(),
                  QStringLiteral("QUOTE SNAPSHOT  AAPL  Finnhub  snapshot fallback"));
-    // Bid is the lower of close and last, ask the last (the title can come before the quote).
-    QTRY_COMPARE(window->bookPanel()->metricLabels().at(0)->text(),
-                 QStringLiteral("BID\n175.4200"));
+    // Bid is the lower of close and last, ask the last; a later quote of the row (the refresh
+    // cycle's) keeps the snapshot's rule.
+    window->updateMarketRow(QStringLiteral("AAPL"), 175.42, -0.37, QStringLiteral("finnhub"),
+                            QStringLiteral("5 ms"), QStringLiteral("key/delayed"));
+    QCOMPARE(window->bookPanel()->metricLabels().at(0)->text(), QStringLiteral("BID\n175.4200"));
     QCOMPARE(window->bookPanel()->metricLabels().at(1)->text(), QStringLiteral("ASK\n175.4200"));
     m_provider.setReply("/api/v1/quote", FakeReply::json(R"({"error":"no scripted reply"})", 404));
 }

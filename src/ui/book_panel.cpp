@@ -1,6 +1,7 @@
 #include "ui/book_panel.h"
 
 #include "app/language.h"
+#include "market/market_table_item.h"
 #include "ui/screen_rate.h"
 
 #include <QDoubleSpinBox>
@@ -22,6 +23,7 @@ constexpr const char *kBidColor = "#20c878";
 constexpr const char *kAskColor = "#f45d5d";
 constexpr int kTileMinimumHeight = 38;
 constexpr int kTileMinimumWidth = 40;
+constexpr int kTileSpacing = 4;
 constexpr int kPresetButtonMinimumWidth = 36;
 constexpr double kMaximumStep = 1e7;
 // Below this the two ladders stand one above the other: side by side, a Level 2 total such as
@@ -121,7 +123,7 @@ BookPanel::BookPanel(QWidget *parent)
     layout->addWidget(m_title);
 
     auto *tiles = new QHBoxLayout;
-    tiles->setSpacing(4);
+    tiles->setSpacing(kTileSpacing);
     QFont tileFont = QFontDatabase::systemFont(QFontDatabase::FixedFont);
     tileFont.setPointSize(9);
     tileFont.setBold(true);
@@ -308,15 +310,17 @@ void BookPanel::setTile(int index, const MetricTile &tile)
 
 void BookPanel::fillTable(QTableWidget *table, const QList<QStringList> &rows, const QString &color)
 {
-    // Cells are kept and rewritten: a ladder redrawn every frame creates no items.
+    // Cells are kept and rewritten: a ladder redrawn every frame creates no items. Their texts are
+    // written quietly and the table repainted once, not one model signal per cell.
     table->setRowCount(int(rows.size()));
     const QBrush brush = color.isEmpty() ? QBrush() : QBrush(QColor(color));
+    MarketTableItem::setQuietWrites(true);
     for (int row = 0; row < rows.size(); ++row) {
         const QStringList &texts = rows.at(row);
         for (int column = 0; column < 3; ++column) {
             QTableWidgetItem *cell = table->item(row, column);
             if (!cell) {
-                cell = new QTableWidgetItem;
+                cell = new MarketTableItem;
                 cell->setFont(m_cellFont);
                 cell->setTextAlignment(column == 0 && color.isEmpty()
                                                ? Qt::AlignLeft | Qt::AlignVCenter
@@ -329,6 +333,8 @@ void BookPanel::fillTable(QTableWidget *table, const QList<QStringList> &rows, c
                 cell->setForeground(brush);
         }
     }
+    MarketTableItem::setQuietWrites(false);
+    table->viewport()->update();
 }
 
 void BookPanel::setView(View view)
@@ -420,6 +426,7 @@ void BookPanel::applyTheme(const QString &themeId)
             m_tileColors[i] = spreadTileThemeColor(themeId);
         m_tiles.at(i)->setStyleSheet(metricTileStyle(themeId, m_tileColors.at(i)));
     }
+    fitTiles(); // a theme's padding can change their height
 }
 
 void BookPanel::retranslate()
@@ -455,7 +462,23 @@ void BookPanel::resizeEvent(QResizeEvent *event)
         m_stacked = stacked;
         arrangeTables();
     }
+    fitTiles();
     QWidget::resizeEvent(event);
+}
+
+void BookPanel::fitTiles()
+{
+    // The tiles share the row evenly at a fixed size: a label whose size may change asks every
+    // layout up to the window to lay out again when its text changes, and the values change with
+    // every frame.
+    const QMargins margins = layout()->contentsMargins();
+    const int available = width() - margins.left() - margins.right();
+    const int tileWidth = std::max(kTileMinimumWidth, (available - 3 * kTileSpacing) / 4);
+    int tileHeight = kTileMinimumHeight;
+    for (QLabel *tile : std::as_const(m_tiles))
+        tileHeight = std::max(tileHeight, tile->sizeHint().height());
+    for (QLabel *tile : std::as_const(m_tiles))
+        tile->setFixedSize(tileWidth, tileHeight);
 }
 
 void BookPanel::changeEvent(QEvent *event)

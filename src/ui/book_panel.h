@@ -80,6 +80,7 @@ signals:
 protected:
     void changeEvent(QEvent *event) override;
     void resizeEvent(QResizeEvent *event) override;
+    void fitTiles();
 
 private:
     void setView(View view);

@@ -61,6 +61,7 @@ struct DepthFrame
 // empty. At most kMaxDepthLevelsRead levels are read per side, so a huge frame costs no more than
 // a normal one.
 std::optional<DepthFrame> readDepthFrame(const QByteArray &frame);
+std::optional<DepthFrame> readDepthFrameParsed(const QByteArray &frame);
 
 // The REST snapshot (/api/v3/depth): only `asks` and `bids` are read. Empty sides for anything
 // else.

@@ -132,8 +132,10 @@ private:
             if (depth >= kMaxDepth)
                 return false;
             found.type = ScannedValue::Composite;
+            const qsizetype start = m_pos;
             if (!(c == '{' ? object(depth + 1, place) : array(depth + 1)))
                 return false;
+            found.text = m_json.sliced(start, m_pos - start);
         } else if (c == '"') {
             bool escaped = false;
             if (!string(found.text, escaped) || (escaped && slot))

@@ -26,7 +26,8 @@ struct ScannedValue
         Composite
     };
     Type type = Missing;
-    QByteArrayView text; // a string's contents without quotes, or a number's literal
+    // A string's contents without quotes, a number's literal, or an object's or array's whole text.
+    QByteArrayView text;
 };
 
 inline constexpr int kMaxScannedKeys = 6;

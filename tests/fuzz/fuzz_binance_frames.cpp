@@ -101,6 +101,22 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         check(sameNumber(trade->quantity, tradeParsed->quantity));
         check(trade->buyerIsMaker == tradeParsed->buyerIsMaker);
     }
+    const auto depthScanned = readDepthFrame(input);
+    const auto depthParsed = readDepthFrameParsed(input);
+    check(depthScanned.has_value() == depthParsed.has_value());
+    if (depthScanned) {
+        check(depthScanned->symbol == depthParsed->symbol);
+        for (const auto &[side, parsed] :
+             {std::pair{depthScanned->sides.bids, depthParsed->sides.bids},
+              std::pair{depthScanned->sides.asks, depthParsed->sides.asks}}) {
+            check(side.size() == parsed.size());
+            for (qsizetype i = 0; i < side.size(); ++i) {
+                check(sameNumber(side[i].price, parsed[i].price));
+                check(sameNumber(side[i].quantity, parsed[i].quantity));
+                check(side[i].complete == parsed[i].complete);
+            }
+        }
+    }
     if (ticker) {
         check(ticker->symbol == symbol && !symbol.isEmpty());
         check(std::isfinite(ticker->price) && ticker->price > 0);

@@ -281,6 +281,18 @@ void BinanceFramesTest::scanAgreesWithFullParse_data()
             {"control character in a string",
              "{\"stream\":\"btc\tusdt@x\",\"data\":{\"c\":\"1\"}}"},
             {"top-level array", R"([{"stream":"btcusdt@ticker","data":{"c":"1"}}])"},
+            {"spot depth", kSpotDepth},
+            {"short-key depth", kShortKeyDepth},
+            {"depth of numbers, spaced",
+             R"({"stream":"x@depth","data":{"bids":[ [ 1.5 , 2 ] ,[3,"4"]],"asks":[]}})"},
+            {"depth pairs of three and one",
+             R"({"stream":"x@depth","data":{"bids":[["1","2","3"],["4"]],"asks":[["5","6"]]}})"},
+            {"depth entries not pairs",
+             R"({"stream":"x@depth","data":{"bids":["1",{"p":"2"},null,[true,"1"]],"asks":[["5","6"]]}})"},
+            {"depth with an escaped price",
+             R"({"stream":"x@depth","data":{"bids":[["1\u0030","2"]],"asks":[["5\"","6"]]}})"},
+            {"depth sides not arrays",
+             R"({"stream":"x@depth","data":{"bids":{"0":["1","2"]},"asks":"5","b":[["7","8"]]}})"},
             {"empty", ""},
     };
     for (const auto &frame : frames)
@@ -297,6 +309,21 @@ void BinanceFramesTest::scanAgreesWithFullParse()
         QCOMPARE(ticker->symbol, tickerParsed->symbol);
         QVERIFY(sameNumber(ticker->price, tickerParsed->price));
         QVERIFY(sameNumber(ticker->changePercent, tickerParsed->changePercent));
+    }
+    const auto depth = readDepthFrame(frame);
+    const auto depthParsed = readDepthFrameParsed(frame);
+    QCOMPARE(depth.has_value(), depthParsed.has_value());
+    if (depth) {
+        QCOMPARE(depth->symbol, depthParsed->symbol);
+        for (const auto &[side, parsed] : {std::pair{depth->sides.bids, depthParsed->sides.bids},
+                                           std::pair{depth->sides.asks, depthParsed->sides.asks}}) {
+            QCOMPARE(side.size(), parsed.size());
+            for (qsizetype i = 0; i < side.size(); ++i) {
+                QVERIFY(sameNumber(side[i].price, parsed[i].price));
+                QVERIFY(sameNumber(side[i].quantity, parsed[i].quantity));
+                QCOMPARE(side[i].complete, parsed[i].complete);
+            }
+        }
     }
     const auto trade = readTradeFrame(frame);
     const auto tradeParsed = readTradeFrameParsed(frame);

@@ -215,10 +215,12 @@ QuoteLog::QuoteLog(QWidget *parent)
 
 void QuoteLog::record(const MarketQuote &quote)
 {
-    QList<MarketQuote> &entries = m_entries[quote.symbol];
-    entries.append(quote);
-    if (entries.size() > kMaxEntries)
-        entries.remove(0, entries.size() - kMaxEntries);
+    // A deque reuses the room its oldest entries leave: a symbol quoted every second for hours
+    // keeps the same memory.
+    std::deque<MarketQuote> &entries = m_entries[quote.symbol];
+    entries.push_back(quote);
+    while (entries.size() > std::size_t(kMaxEntries))
+        entries.pop_front();
     if (quote.symbol != m_symbol)
         return;
     m_table->insertRow(0);
@@ -231,10 +233,11 @@ void QuoteLog::showSymbol(const QString &symbol)
 {
     m_symbol = symbol;
     retranslate();
-    const QList<MarketQuote> entries = m_entries.value(symbol);
-    m_table->setRowCount(entries.size());
-    for (int i = 0; i < entries.size(); ++i)
-        insertRow(i, entries.at(entries.size() - 1 - i));
+    const auto found = m_entries.constFind(symbol);
+    const int count = found == m_entries.constEnd() ? 0 : int(found->size());
+    m_table->setRowCount(count);
+    for (int i = 0; i < count; ++i)
+        insertRow(i, found->at(std::size_t(count - 1 - i)));
 }
 
 void QuoteLog::forget(const QString &symbol)

@@ -6,6 +6,8 @@
 #include <QList>
 #include <QWidget>
 
+#include <deque>
+
 class QLabel;
 class QTableWidget;
 
@@ -71,7 +73,7 @@ private:
     void retranslate();
 
     QString m_symbol;
-    QHash<QString, QList<MarketQuote>> m_entries; // newest last
+    QHash<QString, std::deque<MarketQuote>> m_entries; // newest last
     QLabel *m_title;
     QTableWidget *m_table;
 };

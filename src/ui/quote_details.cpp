@@ -215,12 +215,15 @@ QuoteLog::QuoteLog(QWidget *parent)
 
 void QuoteLog::record(const MarketQuote &quote)
 {
-    // A deque reuses the room its oldest entries leave: a symbol quoted every second for hours
-    // keeps the same memory.
-    std::deque<MarketQuote> &entries = m_entries[quote.symbol];
-    entries.push_back(quote);
-    while (entries.size() > std::size_t(kMaxEntries))
-        entries.pop_front();
+    // A ring of kMaxEntries: once full, each quote takes the oldest one's place, so a symbol quoted
+    // every second for hours allocates nothing more.
+    QuoteRing &ring = m_entries[quote.symbol];
+    if (int(ring.quotes.size()) < kMaxEntries) {
+        ring.quotes.push_back(quote);
+    } else {
+        ring.quotes[std::size_t(ring.oldest)] = quote;
+        ring.oldest = (ring.oldest + 1) % kMaxEntries;
+    }
     if (quote.symbol != m_symbol)
         return;
     m_table->insertRow(0);
@@ -234,10 +237,13 @@ void QuoteLog::showSymbol(const QString &symbol)
     m_symbol = symbol;
     retranslate();
     const auto found = m_entries.constFind(symbol);
-    const int count = found == m_entries.constEnd() ? 0 : int(found->size());
+    const int count = found == m_entries.constEnd() ? 0 : int(found->quotes.size());
     m_table->setRowCount(count);
-    for (int i = 0; i < count; ++i)
-        insertRow(i, found->at(std::size_t(count - 1 - i)));
+    for (int i = 0; i < count; ++i) {
+        // Newest first: the one before the oldest, going back.
+        const int index = (found->oldest + count - 1 - i) % count;
+        insertRow(i, found->quotes.at(std::size_t(index)));
+    }
 }
 
 void QuoteLog::forget(const QString &symbol)

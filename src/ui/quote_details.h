@@ -6,7 +6,7 @@
 #include <QList>
 #include <QWidget>
 
-#include <deque>
+#include <vector>
 
 class QLabel;
 class QTableWidget;
@@ -73,7 +73,12 @@ private:
     void retranslate();
 
     QString m_symbol;
-    QHash<QString, std::deque<MarketQuote>> m_entries; // newest last
+    struct QuoteRing
+    {
+        std::vector<MarketQuote> quotes; // at most kMaxEntries
+        int oldest = 0;                  // where the oldest is once the ring is full
+    };
+    QHash<QString, QuoteRing> m_entries;
     QLabel *m_title;
     QTableWidget *m_table;
 };

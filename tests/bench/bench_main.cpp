@@ -167,7 +167,7 @@ int main(int argc, char *argv[])
             {QStringLiteral("chart paint, 100,000 candles / 4,000, 4,000 visible, all indicators"),
              1.1, [](Results &r) { return r.get("chart/paint_100k") / r.get("chart/paint_4000"); }},
             {QStringLiteral("crosshair mouse move / full chart paint"), 1.0,
-             [](Results &r) { return r.get("chart/crosshair") / r.get("chart/paint_180"); }},
+             [](Results &r) { return r.get("chart/crosshair") / r.get("chart/paint_100k"); }},
             {QStringLiteral("series recomputed by crosshair moves"), 0,
              [](Results &r) { return r.get("chart/recomputed"); }, QStringLiteral("")},
             {QStringLiteral("start-up to first paint, 300 rows / empty QMainWindow: instructions"),

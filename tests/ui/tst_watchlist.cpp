@@ -5,6 +5,7 @@
 #include "support/isolated_folders.h"
 #include "ui/main_window.h"
 #include "ui/market_table.h"
+#include "ui/quote_details.h"
 
 #include <QAction>
 #include <QApplication>
@@ -60,6 +61,8 @@ class WatchlistTest : public QObject
     Q_OBJECT
 
 private slots:
+    void quoteLogKeepsTheNewestQuotes_data();
+    void quoteLogKeepsTheNewestQuotes();
     void initTestCase();
     void init();
 
@@ -502,6 +505,40 @@ void WatchlistTest::languageRelabelsHeadersAndStatusButNotWrittenLines()
     window.setLanguage(QStringLiteral("en"));
     QCOMPARE(table->item(aapl, StatusColumn)->text(), QStringLiteral("loading"));
     QCOMPARE(table->horizontalHeaderItem(LastColumn)->text(), QStringLiteral("Last"));
+}
+
+void WatchlistTest::quoteLogKeepsTheNewestQuotes_data()
+{
+    QTest::addColumn<int>("quotes");
+    QTest::newRow("a few") << 3;
+    QTest::newRow("exactly full") << QuoteLog::kMaxEntries;
+    QTest::newRow("wrapped a little") << QuoteLog::kMaxEntries + 5;
+    QTest::newRow("wrapped twice and more") << 2 * QuoteLog::kMaxEntries + 50;
+}
+
+// Each symbol keeps its newest quotes, newest first, however many arrived, whether or not it was
+// shown meanwhile.
+void WatchlistTest::quoteLogKeepsTheNewestQuotes()
+{
+    QFETCH(int, quotes);
+    QuoteLog log;
+    log.showSymbol(QStringLiteral("AAPL"));
+    for (int i = 1; i <= quotes; ++i) {
+        MarketQuote quote;
+        quote.symbol = QStringLiteral("AAPL");
+        quote.price = i;
+        log.record(quote);
+        MarketQuote other = quote;
+        other.symbol = QStringLiteral("MSFT");
+        log.record(other);
+    }
+    for (const QString &symbol : {QStringLiteral("AAPL"), QStringLiteral("MSFT")}) {
+        log.showSymbol(symbol);
+        const int rows = std::min(quotes, int(QuoteLog::kMaxEntries));
+        QCOMPARE(log.table()->rowCount(), rows);
+        QCOMPARE(log.table()->item(0, 1)->text().toDouble(), double(quotes));
+        QCOMPARE(log.table()->item(rows - 1, 1)->text().toDouble(), double(quotes - rows + 1));
+    }
 }
 
 QTEST_MAIN(WatchlistTest)

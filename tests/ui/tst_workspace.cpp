@@ -19,6 +19,7 @@
 #include <QPlainTextEdit>
 #include <QPointer>
 #include <QPushButton>
+#include <QScopeGuard>
 #include <QSplitter>
 #include <QStatusBar>
 #include <QTest>
@@ -572,11 +573,18 @@ void WorkspaceTest::closingAsksOnlyWithASession()
     QFETCH(bool, closes);
     QFETCH(bool, sessionKept);
     IsolatedFolders folders;
+    // The session check a quarter second after start must find the service unreachable (the
+    // session is kept), not this test's fake provider, which would refuse the token: on a busy
+    // machine the check runs before the window is closed.
+    const QByteArray account = qgetenv("QRL_ENDPOINT_ACCOUNT");
+    qputenv("QRL_ENDPOINT_ACCOUNT", "http://127.0.0.1:9");
+    const auto restore = qScopeGuard([&account] { qputenv("QRL_ENDPOINT_ACCOUNT", account); });
     if (session)
         folders.writeFile(settingsPath(folders), json({{"auth", storedSession()}}));
     MainWindow window;
     window.show();
     QVERIFY(QTest::qWaitForWindowExposed(&window));
+    QTest::qWait(400); // the session check at start has run, as it has when a user closes
     window.setTheme(QStringLiteral("qrl_light"));
     const int writes = window.settingsFile().writeCount();
     window.resize(1000, 700); // only a save on the way out keeps this

@@ -47,19 +47,16 @@ int sessionScenario()
     QElapsedTimer clock;
     clock.start();
     for (int second = 1; second <= 3600; ++second) {
-        for (const QString &frame : tickerFrames(symbols, second))
-            window.onTickerFrame(frame);
+        // Each frame is made just before it is handled and gone after, as from a socket.
+        for (int i = 0; i < symbols.size(); ++i)
+            window.onTickerFrame(tickerFrame(symbols, i, second));
         const bool burst = second % 600 < 5;
-        const QStringList trades = tradeFrames(btc, burst ? 2000 : 20, second);
-        const QStringList depth = depthFrames(btc, 10, second);
-        for (int i = 0; i < trades.size(); ++i) {
-            window.onTradeFrame(trades[i]);
-            if (i < depth.size() && i % 2 == 0)
-                window.onDepthFrame(depth[i]);
-        }
-        for (int i = 0; i < depth.size(); ++i) {
-            if (i >= trades.size() || i % 2 == 1)
-                window.onDepthFrame(depth[i]);
+        const int trades = burst ? 2000 : 20;
+        const int depth = 10;
+        for (int i = 0; i < trades; ++i) {
+            window.onTradeFrame(tradeFrame(btc, i, trades, second));
+            if (i % (trades / depth) == 0 && i / (trades / depth) < depth)
+                window.onDepthFrame(depthFrame(btc, i / (trades / depth), second));
         }
         QCoreApplication::sendPostedEvents();
         QCoreApplication::processEvents();

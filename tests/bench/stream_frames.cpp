@@ -40,72 +40,77 @@ QByteArray watchlistJson(const QStringList &symbols)
     return QStringLiteral(R"({"symbols":[%1]})").arg(rows.join(QLatin1Char(','))).toUtf8();
 }
 
-QStringList tickerFrames(const QStringList &symbols, int round)
+QString tickerFrame(const QStringList &symbols, int i, int round)
 {
-    QStringList frames;
-    frames.reserve(symbols.size());
-    for (int i = 0; i < symbols.size(); ++i) {
-        const double close = priceOf(i, round);
-        const double open = priceOf(i, 0) * 0.99;
-        const double change = close - open;
-        const qint64 now = kStartMs + round * 1000 + i;
-        frames << QStringLiteral(
-                          R"({"stream":"%1@ticker","data":{"e":"24hrTicker","E":%2,"s":"%3",)"
+    const double close = priceOf(i, round);
+    const double open = priceOf(i, 0) * 0.99;
+    const double change = close - open;
+    const qint64 now = kStartMs + round * 1000 + i;
+    return QStringLiteral(R"({"stream":"%1@ticker","data":{"e":"24hrTicker","E":%2,"s":"%3",)"
                           R"("p":"%4","P":"%5","w":"%6","x":"%7","c":"%8","Q":"0.01200000",)"
                           R"("b":"%9","B":"1.20000000","a":"%10","A":"0.80000000","o":"%11",)"
                           R"("h":"%12","l":"%13","v":"21280.39701000","q":"1635793874.54800260",)"
                           R"("O":%14,"C":%15,"F":4219000000,"L":4222397723,"n":3397723}})")
-                          .arg(symbols[i].toLower(), QString::number(now), symbols[i],
-                               decimal(change, 8), decimal(100.0 * change / open, 3),
-                               decimal((open + close) / 2, 8), decimal(open, 8), decimal(close, 8),
-                               decimal(close * 0.9999, 8))
-                          .arg(decimal(close * 1.0001, 8), decimal(open, 8),
-                               decimal(std::max(open, close) * 1.01, 8),
-                               decimal(std::min(open, close) * 0.99, 8),
-                               QString::number(now - 86400000), QString::number(now - 1));
-    }
+            .arg(symbols[i].toLower(), QString::number(now), symbols[i], decimal(change, 8),
+                 decimal(100.0 * change / open, 3), decimal((open + close) / 2, 8),
+                 decimal(open, 8), decimal(close, 8), decimal(close * 0.9999, 8))
+            .arg(decimal(close * 1.0001, 8), decimal(open, 8),
+                 decimal(std::max(open, close) * 1.01, 8), decimal(std::min(open, close) * 0.99, 8),
+                 QString::number(now - 86400000), QString::number(now - 1));
+}
+
+QStringList tickerFrames(const QStringList &symbols, int round)
+{
+    QStringList frames;
+    frames.reserve(symbols.size());
+    for (int i = 0; i < symbols.size(); ++i)
+        frames << tickerFrame(symbols, i, round);
     return frames;
+}
+
+QString tradeFrame(const QString &symbol, int i, int count, int round)
+{
+    const qint64 time = kStartMs + qint64(round) * 1000000 + i / 5;
+    return QStringLiteral(R"({"stream":"%1@trade","data":{"e":"trade","E":%2,"s":"%3",)"
+                          R"("t":%4,"p":"%5","q":"%6","T":%7,"m":%8,"M":true}})")
+            .arg(symbol.toLower(), QString::number(time + 1), symbol,
+                 QString::number(4219164344LL + qint64(round) * count + i),
+                 decimal(98910.32 + 5 * std::sin(0.01 * i + round), 8),
+                 decimal(0.00012 * (1 + i % 97), 8), QString::number(time),
+                 i % 3 == 0 ? QStringLiteral("true") : QStringLiteral("false"));
 }
 
 QStringList tradeFrames(const QString &symbol, int count, int round)
 {
     QStringList frames;
     frames.reserve(count);
-    const QString stream = symbol.toLower();
-    for (int i = 0; i < count; ++i) {
-        const qint64 time = kStartMs + qint64(round) * 1000000 + i / 5;
-        frames << QStringLiteral(R"({"stream":"%1@trade","data":{"e":"trade","E":%2,"s":"%3",)"
-                                 R"("t":%4,"p":"%5","q":"%6","T":%7,"m":%8,"M":true}})")
-                          .arg(stream, QString::number(time + 1), symbol,
-                               QString::number(4219164344LL + qint64(round) * count + i),
-                               decimal(98910.32 + 5 * std::sin(0.01 * i + round), 8),
-                               decimal(0.00012 * (1 + i % 97), 8), QString::number(time),
-                               i % 3 == 0 ? QStringLiteral("true") : QStringLiteral("false"));
-    }
+    for (int i = 0; i < count; ++i)
+        frames << tradeFrame(symbol, i, count, round);
     return frames;
+}
+
+QString depthFrame(const QString &symbol, int f, int round)
+{
+    const double mid = 98910.0 + 3 * std::sin(0.1 * f + round);
+    QStringList bids;
+    QStringList asks;
+    for (int level = 0; level < 20; ++level) {
+        const QString size = decimal(0.001 * (1 + (level * 7 + f) % 50), 8);
+        bids << QStringLiteral(R"(["%1","%2"])").arg(decimal(mid - 0.01 * (level + 1), 8), size);
+        asks << QStringLiteral(R"(["%1","%2"])").arg(decimal(mid + 0.01 * (level + 1), 8), size);
+    }
+    return QStringLiteral(R"({"stream":"%1@depth20@100ms","data":{"lastUpdateId":%2,)"
+                          R"("bids":[%3],"asks":[%4]}})")
+            .arg(symbol.toLower(), QString::number(91205533412LL + round * 10000 + f),
+                 bids.join(QLatin1Char(',')), asks.join(QLatin1Char(',')));
 }
 
 QStringList depthFrames(const QString &symbol, int count, int round)
 {
     QStringList frames;
     frames.reserve(count);
-    const QString stream = symbol.toLower();
-    for (int f = 0; f < count; ++f) {
-        const double mid = 98910.0 + 3 * std::sin(0.1 * f + round);
-        QStringList bids;
-        QStringList asks;
-        for (int level = 0; level < 20; ++level) {
-            const QString size = decimal(0.001 * (1 + (level * 7 + f) % 50), 8);
-            bids << QStringLiteral(R"(["%1","%2"])")
-                            .arg(decimal(mid - 0.01 * (level + 1), 8), size);
-            asks << QStringLiteral(R"(["%1","%2"])")
-                            .arg(decimal(mid + 0.01 * (level + 1), 8), size);
-        }
-        frames << QStringLiteral(R"({"stream":"%1@depth20@100ms","data":{"lastUpdateId":%2,)"
-                                 R"("bids":[%3],"asks":[%4]}})")
-                          .arg(stream, QString::number(91205533412LL + round * 10000 + f),
-                               bids.join(QLatin1Char(',')), asks.join(QLatin1Char(',')));
-    }
+    for (int f = 0; f < count; ++f)
+        frames << depthFrame(symbol, f, round);
     return frames;
 }
 

@@ -1,6 +1,7 @@
 #include "ui/alert_history_panel.h"
 
 #include "app/language.h"
+#include "ui/side_panel.h"
 
 #include <QEvent>
 #include <QHeaderView>
@@ -18,13 +19,7 @@ constexpr int kEntryRole = Qt::UserRole + 1;
 AlertHistoryPanel::AlertHistoryPanel(QWidget *parent)
     : QWidget(parent)
 {
-    setObjectName(QStringLiteral("historyPanel"));
-    auto *layout = new QVBoxLayout(this);
-    layout->setContentsMargins(6, 4, 6, 6);
-    layout->setSpacing(4);
-    m_title = new QLabel(this);
-    m_title->setObjectName(QStringLiteral("panelTitle"));
-    layout->addWidget(m_title);
+    QVBoxLayout *layout = setUpSidePanel(this, "historyPanel", &m_title);
     m_table = new QTableWidget(0, 7, this);
     m_table->setObjectName(QStringLiteral("alertHistoryTable"));
     m_table->verticalHeader()->setVisible(false);

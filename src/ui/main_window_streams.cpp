@@ -406,3 +406,10 @@ void MainWindow::loadCryptoUniverse(const ProviderReply &reply)
                         QStringLiteral("Universo cripto carregado: %1 pares USDT da Binance"))
                      .arg(universe.pairs.size()));
 }
+
+void MainWindow::flushScreenFrame()
+{
+    m_rowRenderer->flush();
+    m_tape->flushPendingDraw();
+    m_book->flushPendingDraw();
+}

@@ -7,12 +7,10 @@
 #include "market/symbols.h"
 #include "market/watchlist.h"
 #include "ui/bilingual.h"
-#include "ui/book_panel.h"
 #include "ui/main_window.h"
 #include "ui/market_table.h"
 #include "ui/quote_details.h"
 #include "ui/screen_rate.h"
-#include "ui/tape_panel.h"
 
 #include <QFile>
 #include <QJsonDocument>
@@ -169,13 +167,6 @@ void MainWindow::afterRowQuotes()
     // The screener and the watchlist movers follow quotes at most once a second.
     refreshPortfolio();
     refreshWatchlistMovers();
-}
-
-void MainWindow::flushScreenFrame()
-{
-    m_rowRenderer->flush();
-    m_tape->flushPendingDraw();
-    m_book->flushPendingDraw();
 }
 
 void MainWindow::setMarketRowStatus(const QString &symbol, const QString &status)

@@ -4,6 +4,7 @@
 #include "market/market_row.h"
 #include "overview/movers_mosaic.h"
 #include "streams/order_book.h"
+#include "ui/side_panel.h"
 
 #include <QComboBox>
 #include <QDoubleSpinBox>
@@ -72,14 +73,7 @@ void selectId(QComboBox *box, const QString &id)
 MoversPanel::MoversPanel(QWidget *parent)
     : QWidget(parent)
 {
-    setObjectName(QStringLiteral("moversPanel"));
-    auto *layout = new QVBoxLayout(this);
-    layout->setContentsMargins(6, 4, 6, 6);
-    layout->setSpacing(4);
-
-    m_title = new QLabel(this);
-    m_title->setObjectName(QStringLiteral("panelTitle"));
-    layout->addWidget(m_title);
+    QVBoxLayout *layout = setUpSidePanel(this, "moversPanel", &m_title);
 
     auto *selectors = new QHBoxLayout;
     selectors->setSpacing(4);

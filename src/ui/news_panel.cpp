@@ -1,6 +1,7 @@
 #include "ui/news_panel.h"
 
 #include "app/language.h"
+#include "ui/side_panel.h"
 
 #include <QComboBox>
 #include <QEvent>
@@ -64,26 +65,13 @@ public:
 NewsPanel::NewsPanel(QWidget *parent)
     : QWidget(parent)
 {
-    setObjectName(QStringLiteral("newsPanel"));
-    auto *layout = new QVBoxLayout(this);
-    layout->setContentsMargins(6, 4, 6, 6);
-    layout->setSpacing(4);
-    m_title = new QLabel(this);
-    m_title->setObjectName(QStringLiteral("panelTitle"));
-    layout->addWidget(m_title);
+    QVBoxLayout *layout = setUpSidePanel(this, "newsPanel", &m_title);
 
-    auto *controls = new QHBoxLayout;
-    controls->setSpacing(4);
     m_source = new QComboBox(this);
     m_source->setObjectName(QStringLiteral("newsSource"));
     m_category = new QComboBox(this);
     m_category->setObjectName(QStringLiteral("newsCategory"));
-    for (QComboBox *box : {m_source, m_category}) {
-        box->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
-        box->setMinimumContentsLength(3);
-        controls->addWidget(box, 1);
-    }
-    layout->addLayout(controls);
+    layout->addLayout(selectorRow({m_source, m_category}));
     auto *search = new QHBoxLayout;
     search->setSpacing(4);
     m_query = new QLineEdit(this);

@@ -1,6 +1,7 @@
 #include "ui/portfolio_panel.h"
 
 #include "app/language.h"
+#include "ui/side_panel.h"
 
 #include <QComboBox>
 #include <QEvent>
@@ -112,13 +113,7 @@ QString manageText(PortfolioPanel::Request request)
 PortfolioPanel::PortfolioPanel(QWidget *parent)
     : QWidget(parent)
 {
-    setObjectName(QStringLiteral("portfolioPanel"));
-    auto *layout = new QVBoxLayout(this);
-    layout->setContentsMargins(6, 4, 6, 6);
-    layout->setSpacing(4);
-    m_title = new QLabel(this);
-    m_title->setObjectName(QStringLiteral("panelTitle"));
-    layout->addWidget(m_title);
+    QVBoxLayout *layout = setUpSidePanel(this, "portfolioPanel", &m_title);
 
     auto *choice = new QHBoxLayout;
     choice->setSpacing(4);

@@ -2,6 +2,7 @@
 
 #include "app/language.h"
 #include "market/symbols.h"
+#include "ui/side_panel.h"
 
 #include <QComboBox>
 #include <QDoubleSpinBox>
@@ -73,26 +74,13 @@ ScreenerItem *numberItem(const QString &text, double value)
 ScreenerPanel::ScreenerPanel(QWidget *parent)
     : QWidget(parent)
 {
-    setObjectName(QStringLiteral("screenerPanel"));
-    auto *layout = new QVBoxLayout(this);
-    layout->setContentsMargins(6, 4, 6, 6);
-    layout->setSpacing(4);
-    m_title = new QLabel(this);
-    m_title->setObjectName(QStringLiteral("panelTitle"));
-    layout->addWidget(m_title);
+    QVBoxLayout *layout = setUpSidePanel(this, "screenerPanel", &m_title);
 
-    auto *selectors = new QHBoxLayout;
-    selectors->setSpacing(4);
     m_scope = new QComboBox(this);
     m_scope->setObjectName(QStringLiteral("screenerScope"));
     m_asset = new QComboBox(this);
     m_asset->setObjectName(QStringLiteral("screenerAsset"));
-    for (QComboBox *box : {m_scope, m_asset}) {
-        box->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
-        box->setMinimumContentsLength(3);
-        selectors->addWidget(box, 1);
-    }
-    layout->addLayout(selectors);
+    layout->addLayout(selectorRow({m_scope, m_asset}));
 
     auto *search = new QHBoxLayout;
     search->setSpacing(4);

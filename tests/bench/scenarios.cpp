@@ -177,18 +177,30 @@ int tickerScenario()
     return 0;
 }
 
+// BTCUSDT selected with its stream connected and the panel that shows it in front.
+template<typename Panel>
+std::unique_ptr<Terminal> startStreaming(QWebSocket *(MainWindow::*socket)() const,
+                                         Panel *(MainWindow::*panel)() const)
+{
+    auto terminal = startTerminal({QStringLiteral("BTCUSDT"), QStringLiteral("ETHUSDT")},
+                                  QStringLiteral("BTCUSDT"));
+    if (!terminal)
+        return nullptr;
+    MainWindow &window = *terminal->window;
+    if (!QTest::qWaitFor(
+                [&] { return (window.*socket)()->state() == QAbstractSocket::ConnectedState; }))
+        return nullptr;
+    showPanel((window.*panel)());
+    QTest::qWait(300);
+    return terminal;
+}
+
 int tradesScenario()
 {
-    const QStringList symbols{QStringLiteral("BTCUSDT"), QStringLiteral("ETHUSDT")};
-    auto terminal = startTerminal(symbols, symbols.first());
+    auto terminal = startStreaming(&MainWindow::tradeSocket, &MainWindow::tapePanel);
     if (!terminal)
         return 1;
     MainWindow &window = *terminal->window;
-    if (!QTest::qWaitFor(
-                [&] { return window.tradeSocket()->state() == QAbstractSocket::ConnectedState; }))
-        return 1;
-    showPanel(window.tapePanel());
-    QTest::qWait(200);
     auto feed = [&](const QStringList &frames) {
         for (int i = 0; i < frames.size(); ++i) {
             window.onTradeFrame(frames[i]);
@@ -207,16 +219,10 @@ int tradesScenario()
 
 int tapeRepaintsScenario()
 {
-    const QStringList symbols{QStringLiteral("BTCUSDT"), QStringLiteral("ETHUSDT")};
-    auto terminal = startTerminal(symbols, symbols.first());
+    auto terminal = startStreaming(&MainWindow::tradeSocket, &MainWindow::tapePanel);
     if (!terminal)
         return 1;
     MainWindow &window = *terminal->window;
-    if (!QTest::qWaitFor(
-                [&] { return window.tradeSocket()->state() == QAbstractSocket::ConnectedState; }))
-        return 1;
-    showPanel(window.tapePanel());
-    QTest::qWait(300);
 
     // 5,000 frames within one second of wall time, in 100 batches of 50, counting the paints the
     // tape's table receives meanwhile.
@@ -253,16 +259,10 @@ int tapeRepaintsScenario()
 
 int depthScenario()
 {
-    const QStringList symbols{QStringLiteral("BTCUSDT"), QStringLiteral("ETHUSDT")};
-    auto terminal = startTerminal(symbols, symbols.first());
+    auto terminal = startStreaming(&MainWindow::depthSocket, &MainWindow::bookPanel);
     if (!terminal)
         return 1;
     MainWindow &window = *terminal->window;
-    if (!QTest::qWaitFor(
-                [&] { return window.depthSocket()->state() == QAbstractSocket::ConnectedState; }))
-        return 1;
-    showPanel(window.bookPanel());
-    QTest::qWait(200);
     auto feed = [&](const QStringList &frames) {
         for (const QString &frame : frames) {
             window.onDepthFrame(frame); // ten a second: each has a screen frame of its own

@@ -7,6 +7,7 @@
 #include <QNetworkCookie>
 #include <QPointer>
 
+#include <algorithm>
 #include <utility>
 
 namespace {
@@ -35,6 +36,11 @@ QByteArray cookieHeaderOf(const RawHeaderList &headers)
             if (cookie.name().isEmpty())
                 continue;
             const QByteArray pair = cookie.toRawForm(QNetworkCookie::NameAndValueOnly);
+            // A control character (a bare CR, a NUL) is no cookie text and would end up inside
+            // our own Cookie header line.
+            if (std::any_of(pair.cbegin(), pair.cend(),
+                            [](char c) { return uchar(c) < 0x20 || uchar(c) == 0x7f; }))
+                continue;
             if (const qsizetype at = names.indexOf(cookie.name()); at >= 0) {
                 pairs[at] = pair;
             } else {

@@ -28,7 +28,7 @@ struct YahooCredentials
 };
 
 // The name=value pairs of every Set-Cookie header, joined for a Cookie header; empty when the
-// reply set none.
+// reply set none. A cookie holding a control character is left out.
 QByteArray cookieHeaderOf(const RawHeaderList &headers);
 // Whether a getcrumb body can be a crumb: a short token of letters, digits, '.', '/', '_' and
 // '-'. Yahoo answers "Too Many Requests", error pages and JSON on the same path.

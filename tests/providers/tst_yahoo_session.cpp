@@ -49,6 +49,8 @@ private slots:
     void badCrumbBodiesAreNeverUsed_data();
     void badCrumbBodiesAreNeverUsed();
     void concurrentRequestsShareOneFetch();
+    void cookieHeaderKeepsPlainCookies_data();
+    void cookieHeaderKeepsPlainCookies();
 
 private:
     // Sends one batch quote through the session and records the status it ends with.
@@ -217,6 +219,30 @@ void YahooSessionTest::concurrentRequestsShareOneFetch()
     QTRY_COMPARE(m_statuses, (QList<int>{200, 200, 200}));
     QCOMPARE(paths(m_provider.requests()).count("/"), 1);
     QCOMPARE(paths(m_provider.requests()).count("/v7/finance/quote"), 6);
+}
+
+void YahooSessionTest::cookieHeaderKeepsPlainCookies_data()
+{
+    QTest::addColumn<QByteArray>("setCookie");
+    QTest::addColumn<QByteArray>("header");
+    QTest::newRow("two lines") << QByteArray("A3=d=AQ&S=x; Path=/\nB=b7; Secure")
+                               << QByteArray("A3=d=AQ&S=x; B=b7");
+    QTest::newRow("a name set twice keeps the last")
+            << QByteArray("B=1\nC=2\nB=3") << QByteArray("B=3; C=2");
+    QTest::newRow("carriage return in the name")
+            << QByteArray("A\rX-Injected: 1=v\nB=b7") << QByteArray("B=b7");
+    QTest::newRow("bare carriage return and NUL") << QByteArrayLiteral("A\xff\r\0\0\0\xff"
+                                                                       "3=d=AQ; Secure\nB=b7")
+                                                  << QByteArray("B=b7");
+    QTest::newRow("control character in the value")
+            << QByteArray("A3=d\x01x; Path=/") << QByteArray();
+}
+
+void YahooSessionTest::cookieHeaderKeepsPlainCookies()
+{
+    QFETCH(QByteArray, setCookie);
+    QFETCH(QByteArray, header);
+    QCOMPARE(cookieHeaderOf({{"Set-Cookie", setCookie}, {"X-Other", "C=no"}}), header);
 }
 
 QTEST_GUILESS_MAIN(YahooSessionTest)

@@ -11,9 +11,13 @@ QNetworkRequest terminalRequest(const QUrl &url)
     return request;
 }
 
+// Qt carries every header over to wherever a redirect leads, so a request with a token follows a
+// redirect only to the same scheme, host and port: the token never reaches another host.
 void setBearer(QNetworkRequest &request, const QString &token)
 {
     request.setRawHeader("Authorization", "Bearer " + token.toUtf8());
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                         QNetworkRequest::SameOriginRedirectPolicy);
 }
 
 bool g_fmpStableQuote = false;

@@ -1,10 +1,13 @@
 #include "app/identity.h"
+#include "providers/secret_mask.h"
 #include "ui/main_window.h"
 
 #include <QApplication>
 
 int main(int argc, char *argv[])
 {
+    // Before anything can log: no message and no crash report prints a key.
+    installSecretMaskingMessageHandler();
     QApplication app(argc, argv);
     applyApplicationIdentity(app);
 

@@ -4,6 +4,7 @@
 #include "app/endpoints.h"
 #include "app/language.h"
 #include "app/paths.h"
+#include "providers/secret_mask.h"
 
 #include <QFile>
 #include <QTextStream>
@@ -14,6 +15,8 @@ const QString kAlphaVantageName = QStringLiteral("alpha_vantage_api_key");
 const QString kItickName = QStringLiteral("itick_api_key");
 const QString kBrapiName = QStringLiteral("brapi_token");
 const QString kHiddenColumnsName = QStringLiteral("hidden_columns");
+// An address, not a secret: masking it would hide the news feed's own name in messages.
+const QString kNewsEndpointName = QStringLiteral("querlin_news_endpoint");
 
 // The values the sample key file ships with; they mean "no key yet".
 const QString kBrapiPlaceholder = QStringLiteral("YOUR_BRAPI_TOKEN_HERE");
@@ -60,11 +63,20 @@ bool isDedicated(const QString &name)
     return name == kAlphaVantageName || name == kItickName || name == kBrapiName;
 }
 
-void takeFromEnvironment(const char *variable, QString &slot)
+// Every key value that enters the store is masked in whatever the terminal shows or logs.
+void rememberKey(const QString &name, const QString &value)
+{
+    if (name != kNewsEndpointName)
+        rememberSecret(value);
+}
+
+void takeFromEnvironment(const char *variable, const QString &name, QString &slot)
 {
     const QString value = qEnvironmentVariable(variable).trimmed();
-    if (!value.isEmpty())
-        slot = value;
+    if (value.isEmpty())
+        return;
+    slot = value;
+    rememberKey(name, value);
 }
 
 void addHiddenColumns(const QString &list, QSet<int> &columns)
@@ -117,6 +129,7 @@ QString ApiKeyStore::apiKey(const QString &name) const
 
 void ApiKeyStore::setApiKey(const QString &name, const QString &value)
 {
+    rememberKey(name, value);
     if (name == kAlphaVantageName)
         m_alphaVantageKey = value;
     else if (name == kItickName)
@@ -140,9 +153,9 @@ QMap<QString, QString> ApiKeyStore::allApiKeys() const
 
 void ApiKeyStore::applyEnvironment()
 {
-    takeFromEnvironment("QRL_ALPHA_VANTAGE_API_KEY", m_alphaVantageKey);
-    takeFromEnvironment("QRL_BRAPI_TOKEN", m_brapiToken);
-    takeFromEnvironment("QRL_ITICK_API_KEY", m_itickKey);
+    takeFromEnvironment("QRL_ALPHA_VANTAGE_API_KEY", kAlphaVantageName, m_alphaVantageKey);
+    takeFromEnvironment("QRL_BRAPI_TOKEN", kBrapiName, m_brapiToken);
+    takeFromEnvironment("QRL_ITICK_API_KEY", kItickName, m_itickKey);
 }
 
 void ApiKeyStore::readKeyFile(const QString &path, QSet<int> *hiddenColumns)
@@ -161,6 +174,8 @@ void ApiKeyStore::readKeyFile(const QString &path, QSet<int> *hiddenColumns)
             continue;
         const QString name = line.left(equals).trimmed();
         const QString value = line.mid(equals + 1).trimmed();
+        if (name != kHiddenColumnsName)
+            rememberKey(name, value);
 
         // A placeholder brapi or Alpha Vantage value falls through to the map, where nothing
         // reads it; an empty iTick value does clear the slot.

@@ -4,6 +4,7 @@
 #include "app/language.h"
 #include "market/symbols.h"
 #include "providers/provider_requests.h"
+#include "providers/secret_mask.h"
 
 #include <QJsonObject>
 
@@ -169,6 +170,8 @@ ApiHealthRecord ApiHealthRecord::fromJson(const QJsonValue &value)
     number("latency_ms", record.latencyMs);
     text("last_success", record.lastSuccess);
     text("last_error", record.lastError);
+    // Records saved by an earlier run may quote a key a provider sent back.
+    record.lastError = maskSecrets(record.lastError);
     number("attempts", record.attempts);
     number("successes", record.successes);
     number("failures", record.failures);
@@ -306,7 +309,7 @@ void applyHealthTestReply(ApiHealthRecord &record, const ProviderResponseCheck &
         return;
     }
     record.state = check.rateLimited ? QStringLiteral("rate limited") : QStringLiteral("error");
-    record.lastError = check.message;
+    record.lastError = maskSecrets(check.message);
     if (check.retryAfterSeconds > 0)
         record.lastError += QStringLiteral("; retry in %1s").arg(check.retryAfterSeconds);
     ++record.failures;

@@ -2,6 +2,7 @@
 
 #include "app/language.h"
 #include "providers/data_fetcher.h"
+#include "providers/secret_mask.h"
 
 #include <QJsonArray>
 #include <QJsonParseError>
@@ -143,7 +144,8 @@ int parseRetryAfter(const RawHeaderList &rawHeaders)
 QString extractProviderMessage(const QJsonObject &object)
 {
     for (const char *key : {"Note", "Information", "Error Message", "message", "error"}) {
-        const QString text = messageText(object.value(QLatin1String(key))).trimmed();
+        // Masked before the cut: a key cut in two would no longer be recognised as one.
+        const QString text = maskSecrets(messageText(object.value(QLatin1String(key))).trimmed());
         if (text.isEmpty())
             continue;
         qsizetype length = std::min<qsizetype>(text.size(), kProviderMessageLength);

@@ -45,7 +45,8 @@ ProviderResponseCheck classifyProviderResponse(const QString &providerId, int ht
 int parseRetryAfter(const RawHeaderList &rawHeaders);
 
 // The text a provider puts in "Note", "Information", "Error Message", "message" or "error",
-// whichever comes first in that order with a non-blank value, cut to 180 characters.
+// whichever comes first in that order with a non-blank value, with every known key masked
+// (providers quote the caller's key back), cut to 180 characters.
 QString extractProviderMessage(const QJsonObject &object);
 inline constexpr int kProviderMessageLength = 180;
 

@@ -1,6 +1,7 @@
 #include "providers/quote_step.h"
 
 #include "providers/provider_requests.h"
+#include "providers/secret_mask.h"
 
 #include <QUrlQuery>
 
@@ -74,10 +75,14 @@ QString maskRequestSecrets(const QString &text, const QUrl &requestUrl)
     for (const auto &[key, value] : query.queryItems(QUrl::FullyDecoded)) {
         const QString name = key.toLower();
         if ((name == QLatin1String("apikey") || name == QLatin1String("token")) &&
-            value.size() >= 4)
-            masked.replace(value, QStringLiteral("***"));
+            value.size() >= kMinMaskedSecretLength) {
+            // A provider quoting the address it was asked shows the value as it was sent.
+            masked.replace(value, QLatin1String(kMaskedSecret));
+            masked.replace(QString::fromLatin1(QUrl::toPercentEncoding(value)),
+                           QLatin1String(kMaskedSecret));
+        }
     }
-    return masked;
+    return maskSecrets(masked);
 }
 
 void startQuoteStep(QNetworkAccessManager &manager, QObject *context, const QuoteStep &step,

@@ -41,7 +41,8 @@ QuoteStepOutcome resolveQuoteStep(QuoteStepKind kind, const QString &providerId,
                                   ProviderThrottles &throttles, qint64 nowMs);
 
 // Provider texts can quote the caller's own key back (Alpha Vantage does); every key value the
-// request carried in its query is replaced by "***" before the text is shown or logged.
+// request carried in its query, as is or percent-encoded, and every other known key (see
+// secret_mask.h) is replaced by "***" before the text is shown or logged.
 QString maskRequestSecrets(const QString &text, const QUrl &requestUrl);
 
 struct QuoteStep

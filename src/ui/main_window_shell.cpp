@@ -1,6 +1,7 @@
 // The window shell: timers, the session start, the event console, layout presets, monitors and
 // closing.
 #include "app/language.h"
+#include "providers/secret_mask.h"
 #include "ui/bilingual.h"
 #include "ui/layout_presets.h"
 #include "ui/main_window.h"
@@ -86,9 +87,11 @@ void MainWindow::startSession()
 
 void MainWindow::logEvent(const QString &text)
 {
+    // Provider texts end up here; no key they quote is shown.
+    const QString shown = maskSecrets(text);
     m_eventConsole->appendPlainText(QStringLiteral("[%1] %2").arg(
-            QTime::currentTime().toString(QStringLiteral("HH:mm:ss")), text));
-    statusBar()->showMessage(text);
+            QTime::currentTime().toString(QStringLiteral("HH:mm:ss")), shown));
+    statusBar()->showMessage(shown);
 }
 
 void MainWindow::setSplitterSizes(QSplitter *splitter, const QList<int> &sizes)

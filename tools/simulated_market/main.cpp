@@ -31,9 +31,8 @@ int main(int argc, char *argv[])
             "Providers: yahoo, yahoo_rss (headline feed), brapi, binance, finnhub, twelvedata, "
             "fmp, alpha_vantage, newsapi, querlin_news (the house news feed), and binance_ws and "
             "itick_ws for the streams (or all).\n"
-            "Faults: none, 429, 5xx, limit, note, malformed, slow:<ms>, silent; for binance_ws and "
-            "itick_ws: "
-            "none, silent, close, garbage, short_depth.\n"
+            "Faults: none, 429, 5xx, html, limit, note, malformed, slow:<ms>, silent; for "
+            "binance_ws and itick_ws: none, silent, close, garbage, short_depth.\n"
             "At run time: GET /__sim/fault?provider=<id>&kind=<fault>, GET /__sim/health."));
     parser.addHelpOption();
     const QCommandLineOption portOption(

@@ -18,6 +18,22 @@ QByteArray unavailablePage(const QString &provider)
            "<hr><center>nginx</center>\r\n</body>\r\n</html>\r\n";
 }
 
+// What a provider's host sends under HTTP 200 when something in front of the API answers instead:
+// Yahoo's "will be right back" notice, or a proxy's maintenance page.
+QByteArray maintenancePage(const QString &provider)
+{
+    if (provider == QLatin1String("yahoo") || provider == QLatin1String("yahoo_rss")) {
+        return "<!DOCTYPE html>\n<html lang=\"en-us\"><head>\n<meta charset=\"utf-8\">\n"
+               "<title>Yahoo</title>\n</head>\n<body>\n<div id=\"message-1\">Will be right "
+               "back...</div>\n<div id=\"message-2\">Thank you for your patience.</div>\n"
+               "<div id=\"message-3\">Our engineers are working quickly to resolve the issue."
+               "</div>\n</body>\n</html>\n";
+    }
+    return "<!DOCTYPE html>\n<html>\n<head><title>Scheduled maintenance</title></head>\n<body>\n"
+           "<h1>We&rsquo;ll be back soon</h1>\n<p>The service is down for scheduled maintenance."
+           "</p>\n</body>\n</html>\n";
+}
+
 const char kAlphaVantageDaily[] =
         R"({
     "Information": "Thank you for using Alpha Vantage! Our standard API rate limit is 25 requests per day. Please subscribe to any of the premium plans at https://www.alphavantage.co/premium/ to instantly remove all daily rate limits."
@@ -90,6 +106,8 @@ QString Fault::name() const
         return QStringLiteral("429");
     case FaultKind::Unavailable:
         return QStringLiteral("5xx");
+    case FaultKind::Html:
+        return QStringLiteral("html");
     case FaultKind::Limit:
         return QStringLiteral("limit");
     case FaultKind::Note:
@@ -118,6 +136,7 @@ std::optional<Fault> Fault::parse(const QString &text)
             {QStringLiteral("429"), FaultKind::RateLimited},
             {QStringLiteral("5xx"), FaultKind::Unavailable},
             {QStringLiteral("503"), FaultKind::Unavailable},
+            {QStringLiteral("html"), FaultKind::Html},
             {QStringLiteral("limit"), FaultKind::Limit},
             {QStringLiteral("note"), FaultKind::Note},
             {QStringLiteral("malformed"), FaultKind::Malformed},
@@ -183,7 +202,7 @@ QString FaultBoard::apply(const QString &setting)
     const QString provider = setting.left(equals).trimmed().toLower();
     const std::optional<Fault> fault = Fault::parse(setting.mid(equals + 1));
     if (!fault)
-        return QStringLiteral("unknown fault \"%1\" (none, 429, 5xx, limit, note, malformed, "
+        return QStringLiteral("unknown fault \"%1\" (none, 429, 5xx, html, limit, note, malformed, "
                               "slow:<ms>, silent; for binance_ws and itick_ws: close, garbage, "
                               "short_depth)")
                 .arg(setting.mid(equals + 1));
@@ -194,7 +213,7 @@ QString FaultBoard::apply(const QString &setting)
         return isStreamProvider(provider)
                        ? QStringLiteral("%1 takes none, silent, close, garbage or short_depth")
                                  .arg(provider)
-                       : QStringLiteral("%1 takes none, 429, 5xx, limit, note, malformed, "
+                       : QStringLiteral("%1 takes none, 429, 5xx, html, limit, note, malformed, "
                                         "slow:<ms> or silent")
                                  .arg(provider);
     }
@@ -222,6 +241,8 @@ HttpResponse faultyReply(const QString &provider, const Fault &fault,
         return rateLimitReply(provider);
     case FaultKind::Unavailable:
         return HttpResponse::html(unavailablePage(provider), 503);
+    case FaultKind::Html:
+        return HttpResponse::html(maintenancePage(provider), 200);
     case FaultKind::Limit:
     case FaultKind::Note:
         return limitReply(provider, fault.kind);

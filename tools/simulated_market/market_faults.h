@@ -19,6 +19,7 @@ enum class FaultKind {
     None,
     RateLimited, // "429": the provider's throttling reply, with Retry-After: 17
     Unavailable, // "5xx": HTTP 503 with an HTML page
+    Html,        // "html": HTTP 200 with an HTML page (a maintenance notice, a portal)
     Limit,       // "limit": HTTP 200 carrying the provider's limit message
     Note,        // "note": Alpha Vantage's older per-minute Note (the others answer as for limit)
     Malformed,   // "malformed": HTTP 200 with the usual body cut in half
@@ -35,8 +36,8 @@ struct Fault
     int delayMs = 0; // Slow only
 
     QString name() const; // as written on the command line: "429", "slow:250"
-    // "none", "429", "5xx", "limit", "note", "malformed", "slow:<ms>", "silent", "close",
-    // "garbage" or "short_depth".
+    // "none", "429", "5xx", "html", "limit", "note", "malformed", "slow:<ms>", "silent",
+    // "close", "garbage" or "short_depth".
     static std::optional<Fault> parse(const QString &text);
 };
 
@@ -45,8 +46,8 @@ inline constexpr int kMaxSlowMs = 600000;
 
 // The providers the market plays, by the ids faults are set with: yahoo, yahoo_rss (Yahoo's
 // headline feed), brapi, binance, finnhub, twelvedata, fmp, alpha_vantage, newsapi and
-// querlin_news (the house news feed) over HTTP, binance_ws, Binance's streams, and itick_ws, iTick's
-// stock stream.
+// querlin_news (the house news feed) over HTTP, binance_ws, Binance's streams, and itick_ws,
+// iTick's stock stream.
 const QStringList &simulatedProviders();
 inline const QString kBinanceStreams = QStringLiteral("binance_ws");
 inline const QString kItickStreams = QStringLiteral("itick_ws");

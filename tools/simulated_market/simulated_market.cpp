@@ -82,6 +82,7 @@ SimulatedMarket::SimulatedMarket(quint64 seed, Clock clock, QObject *parent)
     : QObject(parent)
     , m_walk(seed, clock)
     , m_binance(seed, m_catalogue)
+    , m_ledger(clock)
     , m_server([this](const HttpRequest &request) { return respond(request); })
     , m_streams(m_walk, m_binance, clock, [this] { return m_faults.faultOf(kBinanceStreams); })
     , m_itick(m_walk, std::move(clock), [this] { return m_faults.faultOf(kItickStreams); })
@@ -112,6 +113,8 @@ QString SimulatedMarket::baseUrl() const
 QString SimulatedMarket::applyFault(const QString &setting)
 {
     const QString problem = m_faults.apply(setting);
+    if (problem.isEmpty())
+        m_ledger.countFaultSwitch();
     m_streams.applyFault();
     m_itick.applyFault();
     return problem;
@@ -131,8 +134,13 @@ HttpResponse SimulatedMarket::respond(const HttpRequest &request)
         const MarketContext market{m_walk, m_catalogue, m_binance, m_walk.currentStep()};
         return route->answer(market, request);
     };
-    const Fault fault = provider.isEmpty() ? Fault() : m_faults.faultOf(provider);
-    return fault.kind == FaultKind::None ? usual() : faultyReply(provider, fault, usual);
+    if (provider.isEmpty())
+        return usual();
+    const Fault fault = m_faults.faultOf(provider);
+    const HttpResponse response =
+            fault.kind == FaultKind::None ? usual() : faultyReply(provider, fault, usual);
+    m_ledger.record(provider, request, fault.kind, response);
+    return response;
 }
 
 HttpResponse SimulatedMarket::control(const HttpRequest &request)
@@ -143,6 +151,8 @@ HttpResponse SimulatedMarket::control(const HttpRequest &request)
                                           .raw("seed", QByteArray::number(m_walk.seed()))
                                           .toJson());
     }
+    if (request.path == "/__sim/stats")
+        return HttpResponse::json(m_ledger.toJson());
     if (request.path != "/__sim/fault")
         return notSimulated();
     const QString provider = request.queryItem(QStringLiteral("provider"));

@@ -4,6 +4,7 @@
 #include "loopback_http/http_server.h"
 #include "simulated_market/binance_exchange.h"
 #include "simulated_market/binance_streams.h"
+#include "simulated_market/cooldown_ledger.h"
 #include "simulated_market/instruments.h"
 #include "simulated_market/itick_streams.h"
 #include "simulated_market/market_faults.h"
@@ -19,14 +20,17 @@
 // reads: the house feed (/TERMINAL/NEWS.json), NewsAPI's `everything` and Yahoo's RSS headlines,
 // each in its real reply shape and priced from one seeded PriceWalk.
 // Binance's combined streams play on a second port (see BinanceStreams), and iTick's stock stream
-// beside them at /stock (see ItickStreams): WebSocket upgrades are not taken on the HTTP port. Point
-// every QRL_ENDPOINT_* variable at baseUrl(), the Binance and iTick streams' at streamBaseUrl(), and
-// the terminal runs without the internet.
+// beside them at /stock (see ItickStreams): WebSocket upgrades are not taken on the HTTP port.
+// Point every QRL_ENDPOINT_* variable at baseUrl(), the Binance and iTick streams' at
+// streamBaseUrl(), and the terminal runs without the internet.
 //
-// Two control paths sit beside them:
+// Three control paths sit beside them:
 //   GET /__sim/health                                -> {"ok":true,"seed":42}
 //   GET /__sim/fault?provider=finnhub&kind=429       -> switches a fault (kind=none clears it);
 //                                                       without items it lists the active ones.
+//   GET /__sim/stats                                 -> the requests per provider and those that
+//                                                       came while the provider was to pause
+//                                                       (see CooldownLedger).
 class SimulatedMarket : public QObject
 {
     Q_OBJECT
@@ -58,6 +62,7 @@ public:
     // used, else empty.
     QString applyFault(const QString &setting);
     Fault faultOf(const QString &provider) const { return m_faults.faultOf(provider); }
+    const CooldownLedger &ledger() const { return m_ledger; }
 
 signals:
     // One line per request: "GET /api/v1/quote?symbol=AAPL&token=… -> 200", and per stream
@@ -72,6 +77,7 @@ private:
     InstrumentCatalogue m_catalogue;
     BinanceExchange m_binance;
     FaultBoard m_faults;
+    CooldownLedger m_ledger;
     HttpServer m_server;
     BinanceStreams m_streams;
     ItickStreams m_itick;

@@ -156,9 +156,10 @@ bool AccountStore::addUser(const QString &email, const account::PasswordHash &pa
         return false;
     }
     QSqlQuery query(m_db);
+    // A first name that was never given arrives as a null text, which binds as NULL.
     query.prepare(QStringLiteral("INSERT INTO users (email, first_name, password_key, "
                                  "password_salt, password_iterations, created_unix) "
-                                 "VALUES (?, ?, ?, ?, ?, ?)"));
+                                 "VALUES (?, COALESCE(?, ''), ?, ?, ?, ?)"));
     query.addBindValue(email);
     query.addBindValue(firstName);
     query.addBindValue(password.key);

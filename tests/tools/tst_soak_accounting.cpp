@@ -42,6 +42,7 @@ private slots:
     void requestsInsidePausesAreCounted();
     void htmlPageUnderOkIsNoJson_data();
     void htmlPageUnderOkIsNoJson();
+    void morePortsAnswerAsTheFirst();
     void inventoryListsWhatTheUserMade();
 
 private:
@@ -156,6 +157,31 @@ void SoakAccountingTest::htmlPageUnderOkIsNoJson()
     QCOMPARE(check.message, QStringLiteral("Malformed or empty JSON"));
     // Streams take no HTML.
     QVERIFY(!market.applyFault("binance_ws=html").isEmpty());
+}
+
+void SoakAccountingTest::morePortsAnswerAsTheFirst()
+{
+    qint64 now = 1731600000000;
+    SimulatedMarket market(42, [&now] { return now; });
+    QVERIFY(market.listen(0));
+    const QString other = market.listenAlso();
+    QVERIFY(other.startsWith(QStringLiteral("http://127.0.0.1:")));
+    QVERIFY(other != market.baseUrl());
+    QCOMPARE(get(market, "/__sim/fault?provider=twelvedata&kind=429").status, 200);
+
+    // The fault and the pause are the market's, whichever port the provider is asked on.
+    const auto getOther = [&](const QString &path) {
+        QNetworkReply *reply = m_manager.get(QNetworkRequest(QUrl(other + path)));
+        QSignalSpy finished(reply, &QNetworkReply::finished);
+        if (!reply->isFinished())
+            finished.wait(3000);
+        reply->deleteLater();
+        return reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    };
+    QCOMPARE(getOther(kRequests.value("twelvedata")), 429);
+    now += 1000;
+    QCOMPARE(get(market, kRequests.value("twelvedata")).status, 429);
+    QCOMPARE(market.ledger().requestsInsideCooldowns(), 1);
 }
 
 void SoakAccountingTest::inventoryListsWhatTheUserMade()

@@ -51,7 +51,12 @@ int main(int argc, char *argv[])
             QStringLiteral("fault"),
             QStringLiteral("Start with a provider misbehaving, e.g. finnhub=429 (repeatable)."),
             QStringLiteral("provider=kind"));
-    parser.addOptions({portOption, streamPortOption, seedOption, faultOption});
+    const QCommandLineOption morePortsOption(
+            QStringLiteral("more-ports"),
+            QStringLiteral("Also answer on this many more free ports, so each provider can be "
+                           "pointed at a port of its own (0 by default)."),
+            QStringLiteral("N"), QStringLiteral("0"));
+    parser.addOptions({portOption, streamPortOption, seedOption, faultOption, morePortsOption});
     parser.process(app);
 
     bool ok = false;
@@ -64,6 +69,9 @@ int main(int argc, char *argv[])
     const quint64 seed = parser.value(seedOption).toULongLong(&ok);
     if (!ok)
         fail(QStringLiteral("--seed wants a whole number"));
+    const uint morePorts = parser.value(morePortsOption).toUInt(&ok);
+    if (!ok || morePorts > 32)
+        fail(QStringLiteral("--more-ports wants a number from 0 to 32"));
 
     SimulatedMarket market(seed);
     for (const QString &setting : parser.values(faultOption)) {
@@ -85,6 +93,12 @@ int main(int argc, char *argv[])
                      [](const QString &line) { std::fprintf(stderr, "%s\n", qPrintable(line)); });
 
     std::printf("simulated market listening on %s\n", qPrintable(market.baseUrl()));
+    for (uint i = 0; i < morePorts; ++i) {
+        const QString url = market.listenAlso();
+        if (url.isEmpty())
+            fail(QStringLiteral("cannot listen on one more port"));
+        std::printf("simulated market also listening on %s\n", qPrintable(url));
+    }
     std::printf("simulated market streams on %s\n", qPrintable(market.streamBaseUrl()));
     std::fflush(stdout);
     return app.exec();

@@ -90,7 +90,12 @@ SimulatedMarket::SimulatedMarket(quint64 seed, Clock clock, QObject *parent)
     m_streams.setOtherStreams([this](QWebSocket *socket) { return m_itick.accept(socket); });
     connect(&m_itick, &ItickStreams::served, this, &SimulatedMarket::served);
     connect(&m_streams, &BinanceStreams::served, this, &SimulatedMarket::served);
-    connect(&m_server, &HttpServer::answered, this, [this](const HttpRequest &request, int status) {
+    reportAnswers(m_server);
+}
+
+void SimulatedMarket::reportAnswers(HttpServer &server)
+{
+    connect(&server, &HttpServer::answered, this, [this](const HttpRequest &request, int status) {
         QString target = QString::fromLatin1(request.path);
         if (!request.rawQuery.isEmpty())
             target += QLatin1Char('?') + QString::fromLatin1(request.rawQuery);
@@ -98,6 +103,18 @@ SimulatedMarket::SimulatedMarket(quint64 seed, Clock clock, QObject *parent)
                             .arg(QString::fromLatin1(request.method), target,
                                  status ? QString::number(status) : QStringLiteral("(held back)")));
     });
+}
+
+QString SimulatedMarket::listenAlso(quint16 port)
+{
+    auto server = std::make_unique<HttpServer>(
+            [this](const HttpRequest &request) { return respond(request); });
+    if (!server->listen(port))
+        return {};
+    reportAnswers(*server);
+    const QString url = QStringLiteral("http://127.0.0.1:%1").arg(server->port());
+    m_moreServers.push_back(std::move(server));
+    return url;
 }
 
 bool SimulatedMarket::listen(quint16 port)

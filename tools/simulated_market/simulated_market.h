@@ -13,6 +13,9 @@
 #include <QObject>
 #include <QString>
 
+#include <memory>
+#include <vector>
+
 // The market-data providers the terminal calls, played on one loopback port: Yahoo's chart, batch
 // quote (behind its cookie and crumb) and symbol search, BrAPI's quote, Binance's 24-hour ticker,
 // exchange information, book and klines, and the quotes of Finnhub, Twelve Data, Financial Modeling
@@ -44,6 +47,10 @@ public:
     quint16 port() const { return m_server.port(); }
     QString baseUrl() const;
     QString errorString() const { return m_server.errorString(); }
+    // One more port answering as the first; its base URL, or an empty text when it cannot listen.
+    // With a port per provider the terminal keeps a connection pool per provider, as it does with
+    // the real hosts, and a provider that holds its connections (silent, slow) holds up no other.
+    QString listenAlso(quint16 port = 0);
 
     // The streams, on a port of their own; port 0 lets the system pick one.
     bool listenStreams(quint16 port = 0) { return m_streams.listen(port); }
@@ -71,6 +78,7 @@ signals:
 
 private:
     HttpResponse respond(const HttpRequest &request);
+    void reportAnswers(HttpServer &server);
     HttpResponse control(const HttpRequest &request);
 
     PriceWalk m_walk;
@@ -79,6 +87,7 @@ private:
     FaultBoard m_faults;
     CooldownLedger m_ledger;
     HttpServer m_server;
+    std::vector<std::unique_ptr<HttpServer>> m_moreServers;
     BinanceStreams m_streams;
     ItickStreams m_itick;
 };

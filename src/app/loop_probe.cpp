@@ -22,13 +22,13 @@ QString timeText(qint64 ms)
 
 } // namespace
 
-LoopProbe::LoopProbe(QString reportPath, Clock clock, ModalCheck inModalWait, Clock waitedForCpuMs,
-                     QObject *parent)
+LoopProbe::LoopProbe(QString reportPath, Clock clock, ModalCheck inModalWait,
+                     ThreadTimesSource threadTimes, QObject *parent)
     : QObject(parent)
     , m_reportPath(std::move(reportPath))
     , m_clock(std::move(clock))
     , m_inModalWait(std::move(inModalWait))
-    , m_waitedForCpuMs(std::move(waitedForCpuMs))
+    , m_threadTimes(std::move(threadTimes))
 {
     m_timer.setTimerType(Qt::PreciseTimer);
     m_timer.setInterval(kIntervalMs);
@@ -60,21 +60,23 @@ bool LoopProbe::nestedEventLoopRunning()
     return QThread::currentThread()->loopLevel() > 1;
 }
 
-qint64 LoopProbe::threadRunQueueWaitMs()
+LoopProbe::ThreadTimes LoopProbe::currentThreadTimes()
 {
     // "<ns on a processor> <ns waiting in the run queue> <time slices>"
     QFile file(QStringLiteral("/proc/thread-self/schedstat"));
     if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
-        return 0;
+        return {};
     const QList<QByteArray> fields = file.read(128).simplified().split(' ');
-    return fields.size() >= 2 ? fields.at(1).toLongLong() / 1000000 : 0;
+    if (fields.size() < 2)
+        return {};
+    return {fields.at(0).toLongLong() / 1000000, fields.at(1).toLongLong() / 1000000};
 }
 
 void LoopProbe::tick()
 {
     const qint64 now = m_clock();
     const bool modal = m_inModalWait && m_inModalWait();
-    const qint64 cpuWait = m_waitedForCpuMs ? m_waitedForCpuMs() : 0;
+    const ThreadTimes times = m_threadTimes ? m_threadTimes() : ThreadTimes();
     if (m_lastTick == 0) {
         m_firstTick = now;
         m_lastReport = now;
@@ -83,7 +85,8 @@ void LoopProbe::tick()
     } else {
         ++m_figures.turns;
         const qint64 late = std::max<qint64>(0, now - m_lastTick - kIntervalMs);
-        const qint64 blocked = std::max<qint64>(0, late - (cpuWait - m_lastCpuWait));
+        const qint64 blocked =
+                std::max<qint64>(0, late - (times.waitingMs - m_lastTimes.waitingMs));
         if (blocked > m_figures.longestBlockMs) {
             m_figures.longestBlockMs = blocked;
             m_longestBlockAt = now;
@@ -93,11 +96,14 @@ void LoopProbe::tick()
             ++m_figures.lateOverLimit;
         if (blocked > kLimitMs) {
             ++m_figures.blocksOverLimit;
-            if (m_blocks.size() < kBlocksKept)
-                m_blocks.append({now, blocked});
+            if (m_blocks.size() < kBlocksKept) {
+                m_blocks.append({now, blocked, times.runningMs - m_lastTimes.runningMs, late,
+                                 m_textsThisTurn});
+            }
         }
     }
-    m_lastCpuWait = cpuWait;
+    m_textsThisTurn.clear();
+    m_lastTimes = times;
     m_lastTick = now;
     m_lastTickModal = modal;
     m_figures.watchedMs = now - m_firstTick;
@@ -111,6 +117,8 @@ void LoopProbe::noteMessage(const QString &text)
 {
     if (text.isEmpty())
         return;
+    if (m_textsThisTurn.size() < kTextsPerTurn)
+        m_textsThisTurn.append(text);
     if (auto found = m_messages.find(text); found != m_messages.end())
         ++*found;
     else if (m_messages.size() < kMessagesKept)
@@ -122,9 +130,14 @@ void LoopProbe::noteMessage(const QString &text)
 QByteArray LoopProbe::reportJson(bool final) const
 {
     QJsonArray blocks;
-    for (const auto &[at, blocked] : m_blocks) {
-        blocks.append(
-                QJsonObject{{QStringLiteral("at"), timeText(at)}, {QStringLiteral("ms"), blocked}});
+    for (const Block &block : m_blocks) {
+        blocks.append(QJsonObject{
+                {QStringLiteral("at"), timeText(block.at)},
+                {QStringLiteral("ms"), block.blockedMs},
+                {QStringLiteral("running_ms"), block.runningMs},
+                {QStringLiteral("late_ms"), block.lateMs},
+                {QStringLiteral("texts"), QJsonArray::fromStringList(block.texts)},
+        });
     }
     QJsonObject messages;
     for (auto message = m_messages.cbegin(); message != m_messages.cend(); ++message)

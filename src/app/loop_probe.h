@@ -6,8 +6,8 @@
 #include <QHash>
 #include <QList>
 #include <QObject>
-#include <QPair>
 #include <QString>
+#include <QStringList>
 #include <QTimer>
 
 #include <functional>
@@ -30,6 +30,14 @@ class LoopProbe : public QObject
 public:
     using ModalCheck = std::function<bool()>;
 
+    // How long the GUI thread has run on a processor, and waited for one, since it started.
+    struct ThreadTimes
+    {
+        qint64 runningMs = 0;
+        qint64 waitingMs = 0;
+    };
+    using ThreadTimesSource = std::function<ThreadTimes()>;
+
     struct Figures
     {
         qint64 longestBlockMs = 0; // how much later than asked the loop came back, at worst,
@@ -42,11 +50,10 @@ public:
         qint64 watchedMs = 0;  // from the first turn to the last
     };
 
-    // `waitedForCpuMs` counts, in milliseconds, how long the GUI thread has waited for a
-    // processor since it started.
     explicit LoopProbe(QString reportPath, Clock clock = systemClock(),
                        ModalCheck inModalWait = nestedEventLoopRunning,
-                       Clock waitedForCpuMs = threadRunQueueWaitMs, QObject *parent = nullptr);
+                       ThreadTimesSource threadTimes = currentThreadTimes,
+                       QObject *parent = nullptr);
     ~LoopProbe() override; // writes the final report
 
     // The probe QRL_LOOP_PROBE asks for, already started; none when the variable is unset.
@@ -63,30 +70,40 @@ public:
 
     // The GUI thread is inside a loop of its own on top of the application's.
     static bool nestedEventLoopRunning();
-    // The calling thread's time in the run queue, from /proc/thread-self/schedstat; 0 where the
-    // system does not say.
-    static qint64 threadRunQueueWaitMs();
+    // The calling thread's times from /proc/thread-self/schedstat; zeros where the system does
+    // not say.
+    static ThreadTimes currentThreadTimes();
 
     static constexpr int kIntervalMs = 20;
     static constexpr int kLimitMs = 250;
     static constexpr qint64 kReportEveryMs = 10000;
     static constexpr int kMessagesKept = 500; // distinct texts; later new ones are only counted
     static constexpr int kBlocksKept = 20;    // the first blocks over the limit, with their times
+    static constexpr int kTextsPerTurn = 4;   // texts shown during one turn, kept for a block
 
 private:
     QString m_reportPath;
     Clock m_clock;
     ModalCheck m_inModalWait;
-    Clock m_waitedForCpuMs;
+    ThreadTimesSource m_threadTimes;
     QTimer m_timer;
     Figures m_figures;
     qint64 m_firstTick = 0;
     qint64 m_lastTick = 0;
     qint64 m_lastReport = 0;
-    qint64 m_lastCpuWait = 0;
+    ThreadTimes m_lastTimes;
     qint64 m_longestBlockAt = 0;
     bool m_lastTickModal = false;
-    QList<QPair<qint64, qint64>> m_blocks; // when, how long
+    struct Block
+    {
+        qint64 at;
+        qint64 blockedMs;
+        qint64 runningMs;
+        qint64 lateMs;
+        QStringList texts; // what the window said during it: what it was busy with
+    };
+    QList<Block> m_blocks;
+    QStringList m_textsThisTurn;
     QHash<QString, int> m_messages;
     int m_messagesDropped = 0;
 };

@@ -3,7 +3,7 @@ BUILD_DIR  ?= build
 BUILD_TYPE ?= Release
 JOBS       ?= $(shell nproc)
 
-.PHONY: all deps configure build run demo test fuzz bench crash format clean
+.PHONY: all deps configure build run demo test fuzz bench crash soak format clean
 
 all: build
 
@@ -47,6 +47,12 @@ bench: configure
 # figures and fails on a damaged file. Not part of `make test`, which runs a few dozen kills.
 crash: configure
 	@BUILD_DIR=$(BUILD_DIR) JOBS=$(JOBS) scripts/crash
+
+# The fault soak (README "For developers"): the terminal offscreen for SOAK_SECONDS (default 600)
+# while the simulated market's faults cycle; prints its figures and fails on a miss. Not part of
+# `make test`, which runs a 15-second version.
+soak: build
+	@BUILD_DIR=$(BUILD_DIR) scripts/soak
 
 format:
 	@command -v clang-format >/dev/null || { echo "make format needs clang-format (apt-get install clang-format)"; exit 1; }

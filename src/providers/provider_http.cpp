@@ -30,7 +30,8 @@ void sendProviderGet(QNetworkAccessManager &manager, QNetworkRequest request, QO
                 result.latencyMs = clock() - startedMs;
                 result.tooLarge = *tooLarge;
                 result.error = reply->error();
-                if (!result.tooLarge)
+                // A reply cut off by its time-out is already closed: nothing to read.
+                if (!result.tooLarge && reply->isOpen())
                     result.body = reply->readAll();
                 result.httpStatus =
                         reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();

@@ -39,8 +39,11 @@
 
 namespace {
 
-// The session and market data start once the window has had a moment to show itself.
+// The session and market data start a moment after the window is first painted, so that setting
+// up connections never holds back the first picture, even on a slow machine. A window never
+// painted (shown minimised, or never shown) starts them anyway after a while.
 constexpr int kSessionStartMs = 250;
+constexpr int kFirstPaintWaitMs = 2000;
 
 void milestone(const char *stage)
 {
@@ -183,7 +186,6 @@ MainWindow::MainWindow(QWidget *parent)
     milestone("before signal connects");
     setupQuoteRouting();
     connectSignals();
-    connectStreams();
     connectChart();
     connectOverview();
     connectPortfolio();
@@ -227,7 +229,23 @@ MainWindow::MainWindow(QWidget *parent)
                          .arg(alerts));
     if (m_marketTable->rowCount() > 0)
         m_marketTable->selectRow(0);
-    QTimer::singleShot(kSessionStartMs, this, &MainWindow::startSession);
+    m_sessionTimer = new QTimer(this);
+    m_sessionTimer->setSingleShot(true);
+    connect(m_sessionTimer, &QTimer::timeout, this, &MainWindow::startSession);
+    m_sessionTimer->start(kSessionStartMs);
+}
+
+bool MainWindow::event(QEvent *event)
+{
+    if (!m_sessionStarted && !m_firstPaintSeen) {
+        if (event->type() == QEvent::Show) {
+            m_sessionTimer->start(kFirstPaintWaitMs);
+        } else if (event->type() == QEvent::Paint) {
+            m_firstPaintSeen = true;
+            m_sessionTimer->start(kSessionStartMs);
+        }
+    }
+    return QMainWindow::event(event);
 }
 
 MainWindow::~MainWindow()
@@ -235,6 +253,8 @@ MainWindow::~MainWindow()
     // A socket still open says "disconnected" while it is destroyed, after the panels its
     // handlers write to are gone: it is cut off first.
     for (QWebSocket *socket : {m_tickerSocket, m_depthSocket, m_tradeSocket}) {
+        if (!socket)
+            continue;
         socket->disconnect(this);
         socket->abort();
     }

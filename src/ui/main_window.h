@@ -176,15 +176,17 @@ public:
     void switchTapeSymbol(const QString &symbol);
     void requestCryptoUniverse();
     void loadCryptoUniverse(const ProviderReply &reply);
-    QWebSocket *tickerSocket() const { return m_tickerSocket; }
-    QWebSocket *depthSocket() const { return m_depthSocket; }
+    // The Binance sockets, made when first needed: making one sets up TLS, which can wait until
+    // the window is on screen.
+    QWebSocket *tickerSocket();
+    QWebSocket *depthSocket();
     // What the stream sockets call with each text frame; the benchmarks feed them directly.
     void onTickerFrame(const QString &text);
     void onDepthFrame(const QString &text);
     void onTradeFrame(const QString &text);
     // Draws now what waits for the next screen frame: stream rows, the tape and the book.
     void flushScreenFrame();
-    QWebSocket *tradeSocket() const { return m_tradeSocket; }
+    QWebSocket *tradeSocket();
     QString bookSymbol() const { return m_bookSymbol; }
     QString tapeSymbol() const { return m_tapeSymbol; }
     bool isDepthPending() const { return m_depthPending; }
@@ -262,6 +264,7 @@ public:
     }
 
 protected:
+    bool event(QEvent *event) override;
     void closeEvent(QCloseEvent *event) override;
 
 private:
@@ -355,7 +358,6 @@ private:
     void chartSettingsChanged();
 
     void createStreams();
-    void connectStreams();
     void onTickerConnected();
     void onTickerDisconnected();
     void onDepthConnected();
@@ -439,6 +441,10 @@ private:
     qint64 m_googleDeadlineMs = 5 * 60 * 1000;
     std::function<bool(const QUrl &)> m_urlOpener;
     std::function<QString(const QString &)> m_csvPathChooser;
+    QWebSocket *streamSocket(QWebSocket *&socket, const char *name,
+                             void (MainWindow::*onConnected)(),
+                             void (MainWindow::*onDisconnected)(),
+                             void (MainWindow::*onFrame)(const QString &));
     QWebSocket *m_tickerSocket = nullptr;
     QWebSocket *m_depthSocket = nullptr;
     QWebSocket *m_tradeSocket = nullptr;
@@ -457,6 +463,9 @@ private:
     double m_bookMiddlePrice = qQNaN(); // of the last usable depth of the book symbol
     quint64 m_usLevel1Generation = 0;
     bool m_marketDataStarted = false;
+    QTimer *m_sessionTimer = nullptr;
+    bool m_sessionStarted = false;
+    bool m_firstPaintSeen = false;
     bool m_closeConfirmed = false;
     quint64 m_searchGeneration = 0;
     QHash<QString, MarketQuote> m_lastQuotes;

@@ -377,7 +377,7 @@ void MainWindow::forgetOrderFlowSymbol(const QString &symbol)
 {
     if (symbol == m_bookSymbol) {
         m_bookSymbol.clear();
-        if (m_depthSocket->state() != QAbstractSocket::UnconnectedState)
+        if (m_depthSocket && m_depthSocket->state() != QAbstractSocket::UnconnectedState)
             m_depthSocket->close(QWebSocketProtocol::CloseCodeNormal, QString());
         resetBook(orderBookWord());
     }

@@ -81,6 +81,8 @@ void MainWindow::connectTimers()
 
 void MainWindow::startSession()
 {
+    m_sessionStarted = true;
+    m_sessionTimer->stop();
     restoreSession();
     startMarketData();
 }

@@ -51,7 +51,7 @@ QString disconnectedState()
 // a dropped stream (a later, asynchronous end of the same connection is told apart by its URL).
 void closeOnPurpose(QWebSocket *socket)
 {
-    if (socket->state() == QAbstractSocket::UnconnectedState)
+    if (!socket || socket->state() == QAbstractSocket::UnconnectedState)
         return;
     const QSignalBlocker blocker(socket);
     if (socket->state() == QAbstractSocket::ConnectedState)
@@ -70,34 +70,46 @@ void reopen(QWebSocket *socket, const QUrl &url)
 
 void MainWindow::createStreams()
 {
-    const auto create = [this](const char *name) {
-        auto *socket = new QWebSocket(QString(), QWebSocketProtocol::VersionLatest, this);
-        socket->setObjectName(QLatin1String(name));
-        return socket;
-    };
-    m_tickerSocket = create("tickerSocket");
-    m_depthSocket = create("depthSocket");
-    m_tradeSocket = create("tradeSocket");
     m_rowRenderer = new FrameRenderer(this, [this] { renderPendingRows(); });
     connectItick();
 }
 
-void MainWindow::connectStreams()
+QWebSocket *MainWindow::streamSocket(QWebSocket *&socket, const char *name,
+                                     void (MainWindow::*onConnected)(),
+                                     void (MainWindow::*onDisconnected)(),
+                                     void (MainWindow::*onFrame)(const QString &))
 {
-    connect(m_tickerSocket, &QWebSocket::connected, this, &MainWindow::onTickerConnected);
-    connect(m_tickerSocket, &QWebSocket::disconnected, this, &MainWindow::onTickerDisconnected);
-    connect(m_tickerSocket, &QWebSocket::textMessageReceived, this, &MainWindow::onTickerFrame);
-    connect(m_depthSocket, &QWebSocket::connected, this, &MainWindow::onDepthConnected);
-    connect(m_depthSocket, &QWebSocket::disconnected, this, &MainWindow::onDepthDisconnected);
-    connect(m_depthSocket, &QWebSocket::textMessageReceived, this, &MainWindow::onDepthFrame);
-    connect(m_tradeSocket, &QWebSocket::connected, this, &MainWindow::onTradeConnected);
-    connect(m_tradeSocket, &QWebSocket::disconnected, this, &MainWindow::onTradeDisconnected);
-    connect(m_tradeSocket, &QWebSocket::textMessageReceived, this, &MainWindow::onTradeFrame);
+    if (socket)
+        return socket;
+    socket = new QWebSocket(QString(), QWebSocketProtocol::VersionLatest, this);
+    socket->setObjectName(QLatin1String(name));
+    connect(socket, &QWebSocket::connected, this, onConnected);
+    connect(socket, &QWebSocket::disconnected, this, onDisconnected);
+    connect(socket, &QWebSocket::textMessageReceived, this, onFrame);
+    return socket;
+}
+
+QWebSocket *MainWindow::tickerSocket()
+{
+    return streamSocket(m_tickerSocket, "tickerSocket", &MainWindow::onTickerConnected,
+                        &MainWindow::onTickerDisconnected, &MainWindow::onTickerFrame);
+}
+
+QWebSocket *MainWindow::depthSocket()
+{
+    return streamSocket(m_depthSocket, "depthSocket", &MainWindow::onDepthConnected,
+                        &MainWindow::onDepthDisconnected, &MainWindow::onDepthFrame);
+}
+
+QWebSocket *MainWindow::tradeSocket()
+{
+    return streamSocket(m_tradeSocket, "tradeSocket", &MainWindow::onTradeConnected,
+                        &MainWindow::onTradeDisconnected, &MainWindow::onTradeFrame);
 }
 
 bool MainWindow::isBinanceStreamConnected() const
 {
-    return m_tickerSocket->state() == QAbstractSocket::ConnectedState;
+    return m_tickerSocket && m_tickerSocket->state() == QAbstractSocket::ConnectedState;
 }
 
 QStringList MainWindow::cryptoRowSymbols() const
@@ -149,15 +161,15 @@ void MainWindow::rebuildTickerStream()
     }
     const QUrl url = binanceTickerStreamUrl(symbols);
     // An unchanged watchlist never reconnects, nor interrupts a connection on its way up.
-    const QAbstractSocket::SocketState state = m_tickerSocket->state();
-    if (m_tickerSocket->requestUrl() == url &&
+    const QAbstractSocket::SocketState state = tickerSocket()->state();
+    if (tickerSocket()->requestUrl() == url &&
         (state == QAbstractSocket::ConnectedState || state == QAbstractSocket::ConnectingState ||
          state == QAbstractSocket::HostLookupState))
         return;
     closeOnPurpose(m_tickerSocket);
     setCryptoRowsStatus(QStringLiteral("ws connecting"));
     m_tickerStreamSymbols = symbols;
-    m_tickerSocket->open(url);
+    tickerSocket()->open(url);
 }
 
 void MainWindow::onTickerConnected()
@@ -244,14 +256,14 @@ void MainWindow::switchBookSymbol()
     case AssetClass::Crypto:
         break;
     }
-    if (m_bookSymbol == symbol && m_depthSocket->state() == QAbstractSocket::ConnectedState)
+    if (m_bookSymbol == symbol && depthSocket()->state() == QAbstractSocket::ConnectedState)
         return;
     m_bookSymbol = symbol;
     resetBook(panelTitleText(orderBookWord(), symbol, connectingState()));
     m_depthPending = true;
     m_depthValid = false;
     requestDepthSnapshot(symbol);
-    reopen(m_depthSocket, binanceDepthStreamUrl(symbol));
+    reopen(depthSocket(), binanceDepthStreamUrl(symbol));
 }
 
 void MainWindow::startItick(const QString &symbol)
@@ -265,7 +277,7 @@ void MainWindow::startItick(const QString &symbol)
 void MainWindow::onDepthConnected()
 {
     if (m_bookSymbol.isEmpty() ||
-        m_depthSocket->requestUrl() != binanceDepthStreamUrl(m_bookSymbol))
+        depthSocket()->requestUrl() != binanceDepthStreamUrl(m_bookSymbol))
         return;
     setBookTitle(panelTitleText(orderBookWord(), m_bookSymbol, liveState()));
     logEvent(translated(QStringLiteral("Order book stream connected: %1"),
@@ -277,7 +289,7 @@ void MainWindow::onDepthDisconnected()
 {
     // The end of a stream of a symbol the book has left tells nothing about the current one.
     if (m_bookSymbol.isEmpty() ||
-        m_depthSocket->requestUrl() != binanceDepthStreamUrl(m_bookSymbol))
+        depthSocket()->requestUrl() != binanceDepthStreamUrl(m_bookSymbol))
         return;
     setBookTitle(panelTitleText(orderBookWord(), m_bookSymbol, disconnectedState()));
     m_depthPending = false;
@@ -326,20 +338,20 @@ void MainWindow::switchTapeSymbol(const QString &symbol)
                         translated(QStringLiteral("Selected"), QStringLiteral("Selecionado")));
         return;
     }
-    const QAbstractSocket::SocketState state = m_tradeSocket->state();
+    const QAbstractSocket::SocketState state = tradeSocket()->state();
     if (m_tapeSymbol == symbol &&
         (state == QAbstractSocket::ConnectedState || state == QAbstractSocket::ConnectingState))
         return;
     m_tapeSymbol = symbol;
     m_tapeLive = true;
     setTapeTitle(panelTitleText(timeAndSalesWord(), symbol, connectingState()));
-    reopen(m_tradeSocket, binanceTradeStreamUrl(symbol));
+    reopen(tradeSocket(), binanceTradeStreamUrl(symbol));
 }
 
 void MainWindow::onTradeConnected()
 {
     if (m_tapeSymbol.isEmpty() ||
-        m_tradeSocket->requestUrl() != binanceTradeStreamUrl(m_tapeSymbol))
+        tradeSocket()->requestUrl() != binanceTradeStreamUrl(m_tapeSymbol))
         return;
     setTapeTitle(panelTitleText(timeAndSalesWord(), m_tapeSymbol, liveState()));
     logEvent(translated(QStringLiteral("Trade tape stream connected: %1"),
@@ -350,7 +362,7 @@ void MainWindow::onTradeConnected()
 void MainWindow::onTradeDisconnected()
 {
     if (!m_tapeLive || m_tapeSymbol.isEmpty() ||
-        m_tradeSocket->requestUrl() != binanceTradeStreamUrl(m_tapeSymbol))
+        tradeSocket()->requestUrl() != binanceTradeStreamUrl(m_tapeSymbol))
         return;
     setTapeTitle(panelTitleText(timeAndSalesWord(), m_tapeSymbol, disconnectedState()));
 }

@@ -192,6 +192,9 @@ int main(int argc, char *argv[])
         std::printf("%-72s %10.3f%s  <= %-5g %s\n", qPrintable(figure.name), value,
                     qPrintable(figure.unit), figure.goal, holds ? "holds" : "MISSES");
     }
+    std::printf(
+            "\nFor scale, start-up of a QMainWindow showing one label / empty QMainWindow: %.3f\n",
+            results.get("startup_label/startup") / results.get("startup_empty/startup"));
     std::printf("\nRaw counts:\n");
     QStringList keys = results.values.keys();
     keys.sort();

@@ -17,6 +17,7 @@
 #include <QApplication>
 #include <QElapsedTimer>
 #include <QJsonDocument>
+#include <QLabel>
 #include <QMainWindow>
 #include <QMouseEvent>
 #include <QTabWidget>
@@ -179,7 +180,7 @@ int tickerScenario()
 
 // BTCUSDT selected with its stream connected and the panel that shows it in front.
 template<typename Panel>
-std::unique_ptr<Terminal> startStreaming(QWebSocket *(MainWindow::*socket)() const,
+std::unique_ptr<Terminal> startStreaming(QWebSocket *(MainWindow::*socket)(),
                                          Panel *(MainWindow::*panel)() const)
 {
     auto terminal = startTerminal({QStringLiteral("BTCUSDT"), QStringLiteral("ETHUSDT")},
@@ -374,6 +375,14 @@ std::unique_ptr<QWidget> emptyWindow()
     return std::make_unique<QMainWindow>();
 }
 
+// For scale: the least a window with text costs, the font database and one font.
+std::unique_ptr<QWidget> labelWindow()
+{
+    auto window = std::make_unique<QMainWindow>();
+    window->setCentralWidget(new QLabel(QStringLiteral("Terminal Querlin")));
+    return window;
+}
+
 std::unique_ptr<QWidget> terminalWindow()
 {
     return std::make_unique<MainWindow>();
@@ -385,9 +394,10 @@ int sessionScenario(); // session.cpp
 
 QStringList callgrindScenarioNames()
 {
-    return {QStringLiteral("ticker"),        QStringLiteral("trades"),
-            QStringLiteral("depth"),         QStringLiteral("chart"),
-            QStringLiteral("startup_empty"), QStringLiteral("startup_terminal")};
+    return {QStringLiteral("ticker"),          QStringLiteral("trades"),
+            QStringLiteral("depth"),           QStringLiteral("chart"),
+            QStringLiteral("startup_empty"),   QStringLiteral("startup_label"),
+            QStringLiteral("startup_terminal")};
 }
 
 QStringList nativeScenarioNames()
@@ -406,6 +416,8 @@ int runScenario(const QString &name, int argc, char *argv[])
     const QStringList pairs = benchPairs(300);
     if (name == QLatin1String("startup_empty"))
         return startupScenario(argc, argv, pairs, emptyWindow, true);
+    if (name == QLatin1String("startup_label"))
+        return startupScenario(argc, argv, pairs, labelWindow, true);
     if (name == QLatin1String("startup_terminal"))
         return startupScenario(argc, argv, pairs, terminalWindow, true);
     if (name == QLatin1String("rss_empty"))

@@ -14,6 +14,7 @@
 #include <QPlainTextEdit>
 #include <QStatusBar>
 #include <QTest>
+#include <QWebSocket>
 
 class MainWindowTest : public QObject
 {
@@ -23,6 +24,8 @@ private slots:
     void initTestCase();
 
     void constructorWritesMilestonesInOrder();
+    void sessionWaitsForTheFirstPaint_data();
+    void sessionWaitsForTheFirstPaint();
     void searchFieldCompletesAnywhereInTheEntry_data();
     void searchFieldCompletesAnywhereInTheEntry();
     void universeFilesAndSectorsReachTheWindow();
@@ -95,6 +98,48 @@ void MainWindowTest::constructorWritesMilestonesInOrder()
     for (int i = 0; i < lines.size(); ++i)
         QCOMPARE(lines.at(i).section(QLatin1Char(' '), 1),
                  QStringLiteral("MainWindow ctor: ") + expected.at(i));
+}
+
+void MainWindowTest::sessionWaitsForTheFirstPaint_data()
+{
+    QTest::addColumn<bool>("shown");
+    QTest::newRow("shown") << true;
+    QTest::newRow("never shown") << false;
+}
+
+// The streams' sockets are made when the session opens them: none may exist when the window
+// paints for the first time, and the session starts either way.
+void MainWindowTest::sessionWaitsForTheFirstPaint()
+{
+    QFETCH(bool, shown);
+    IsolatedFolders folders;
+    folders.writeFile(folders.expectedConfigFolder() + "/watchlists/default.json",
+                      R"({"symbols":[{"symbol":"BTCUSDT"}]})");
+    MainWindow window;
+    struct FirstPaint : QObject
+    {
+        int paints = 0;
+        bool sessionBefore = false;
+        bool eventFilter(QObject *watched, QEvent *event) override
+        {
+            if (event->type() == QEvent::Paint && paints++ == 0)
+                sessionBefore = watched->findChild<QWebSocket *>(QStringLiteral("tickerSocket"));
+            return false;
+        }
+    } firstPaint;
+    window.installEventFilter(&firstPaint);
+    if (shown) {
+        // A first picture that takes its time (a slow machine) still comes before the session.
+        window.setUpdatesEnabled(false);
+        window.show();
+        QTest::qWait(400);
+        QCOMPARE(firstPaint.paints, 0);
+        window.setUpdatesEnabled(true);
+        QTRY_VERIFY(firstPaint.paints > 0);
+        QVERIFY(!firstPaint.sessionBefore);
+    }
+    QTRY_VERIFY(window.findChild<QWebSocket *>(QStringLiteral("tickerSocket")));
+    QCOMPARE(firstPaint.paints > 0, shown);
 }
 
 void MainWindowTest::searchFieldCompletesAnywhereInTheEntry_data()

@@ -236,6 +236,10 @@ void VerifyApisDialogTest::windowChecksCountsAndKeepsThemAcrossRestart()
     provider.setReply("/v8/finance/chart/AAPL", FakeReply::text("<html>busy</html>", 200));
     folders.writeFile(folders.expectedConfigFolder() + "/config.txt",
                       "finnhub_api_key=canary-finnhub\nalpha_vantage_api_key=canary-alpha\n");
+    // A crypto-only watchlist: a session starting during the checks sends Finnhub nothing, so
+    // the quota counts only the probes.
+    folders.writeFile(folders.expectedConfigFolder() + "/watchlists/default.json",
+                      R"({"symbols":[{"symbol":"BTCUSDT"}]})");
     const QString alpha = QStringLiteral("US/America|Alpha Vantage");
     {
         MainWindow window;

@@ -103,7 +103,8 @@ private:
         QProcess writer;
         writer.start(m_writerPath, {QStringLiteral("--from"), QString::number(m_next)});
         QByteArray output;
-        while (!output.contains("ready\n") && !output.startsWith("f ")) {
+        // The delay counts from the first save's start, so that it is a save the kill meets.
+        while (!output.contains("\nb ") && !output.startsWith("f ")) {
             if (!writer.waitForReadyRead(kStartTimeoutMs)) {
                 m_figures.failures << label + QStringLiteral(": the writer did not start: ") +
                                               writer.errorString();
@@ -114,7 +115,9 @@ private:
             output += writer.readAllStandardOutput();
         }
         waitPrecisely(delay);
-        ::kill(pid_t(writer.processId()), SIGKILL);
+        // Never a pid of 0 or below: that would signal the test's own process group.
+        if (const qint64 pid = writer.processId(); pid > 0)
+            ::kill(pid_t(pid), SIGKILL);
         writer.waitForFinished(kStartTimeoutMs);
         output += writer.readAllStandardOutput();
         ++m_figures.kills;

@@ -14,8 +14,9 @@
 
 struct CrashDelays
 {
-    // Every other kill waits a log-uniform time (most of them inside the first save, where a file
-    // is created and opened), the others a uniform one across several rounds of saves.
+    // Counted from the start of the writer's first save. Every other kill waits a log-uniform time
+    // (most of them inside that save, where a file is created, opened and written), the others a
+    // uniform one across several rounds of saves.
     explicit CrashDelays(quint64 seed)
         : m_random(seed)
     {}

@@ -400,7 +400,8 @@ QString plainNewsText(const QString &text)
     // is left.
     while (plain.contains(tag))
         plain.replace(tag, QStringLiteral(" "));
-    return capped(foldedWhitespace(plain), kMaxNewsTextLength);
+    // Cutting can end the text on the blank between two words.
+    return capped(foldedWhitespace(plain), kMaxNewsTextLength).trimmed();
 }
 
 QString safeNewsLink(const QString &link)

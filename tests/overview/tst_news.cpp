@@ -226,6 +226,8 @@ private slots:
                                                            << "&bogus; &#0; &#xD800;";
         QTest::newRow("entities") << "It&#x27;s &quot;AT&amp;T&quot; &#8212; ok"
                                   << "It's \"AT&T\" — ok";
+        QTest::newRow("cut on a blank")
+                << QString(1999, QLatin1Char('a')) + "  b" << QString(1999, QLatin1Char('a'));
     }
     void textsArePlain()
     {

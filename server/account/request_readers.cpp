@@ -96,14 +96,12 @@ PushBody readPushBody(const QByteArray &body, qint64 maxPayloadBytes)
         const QJsonValue version = expectedObject.value(name);
         if (!version.isUndefined() && !version.isNull() &&
             !readVersion(version, &item.expectedVersion)) {
-            push.error = QStringLiteral("bad_request");
-            return push;
+            // A refused push stores nothing: no item read before the bad one goes with it.
+            return {{}, QStringLiteral("bad_request")};
         }
         item.payloadJson = compactJson(itemObject.value(name));
-        if (item.payloadJson.size() > maxPayloadBytes) {
-            push.error = QStringLiteral("payload_too_large");
-            return push;
-        }
+        if (item.payloadJson.size() > maxPayloadBytes)
+            return {{}, QStringLiteral("payload_too_large")};
         push.items.append(item);
     }
     return push;

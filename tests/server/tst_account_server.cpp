@@ -1,4 +1,5 @@
 #include "account/account_service.h"
+#include "account/request_readers.h"
 
 #include <QFile>
 #include <QJsonArray>
@@ -53,6 +54,8 @@ private slots:
     void versionConflictChangesNothing();
     void pushRefusals_data();
     void pushRefusals();
+    void refusedPushReadsNoItems_data();
+    void refusedPushReadsNoItems();
     void wrongMethodsAreRefused_data();
     void wrongMethodsAreRefused();
     void metacharactersRoundTripHarmlessly();
@@ -357,6 +360,29 @@ void AccountServerTest::versionConflictChangesNothing()
     QCOMPARE(items.value("settings").toObject().value("version").toInt(), 1);
     QCOMPARE(items.value("alerts").toObject().value("payload").toString(), QStringLiteral("two"));
     QCOMPARE(items.value("alerts").toObject().value("version").toInt(), 2);
+}
+
+void AccountServerTest::refusedPushReadsNoItems_data()
+{
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<QString>("error");
+    // The first namespace reads well; the refusal comes with a later one.
+    QTest::newRow("later version as text")
+            << json({{"items", QJsonObject{{"settings", 1}, {"alerts", 2}}},
+                     {"expected_versions", QJsonObject{{"settings", 1}, {"alerts", "x"}}}})
+            << "bad_request";
+    QTest::newRow("later payload too large")
+            << json({{"items", QJsonObject{{"settings", 1},
+                                           {"workspace", QString(5000, QLatin1Char('x'))}}}})
+            << "payload_too_large";
+}
+
+void AccountServerTest::refusedPushReadsNoItems()
+{
+    QFETCH(QByteArray, body);
+    const account::PushBody push = account::readPushBody(body, 4096);
+    QTEST(push.error, "error");
+    QVERIFY(push.items.isEmpty());
 }
 
 void AccountServerTest::pushRefusals_data()

@@ -153,9 +153,10 @@ void alphaVantageCache(const QByteArray &bytes)
     // Whatever the symbol holds, its entry stays inside the cache folder.
     const QString path = alphaVantageCacheReadPath(symbol);
     check(QFileInfo(path).absolutePath().startsWith(folders->path() + QStringLiteral("/cache")));
-    // A name longer than a file name may be (no symbol is) has no entry, and reads as none.
+    // A name too long for a file name (no symbol is), with the suffix of the temporary file the
+    // entry is written through, has no entry and reads as none.
     if (!writeAlphaVantageCache(symbol, body)) {
-        check(QFileInfo(path).fileName().toUtf8().size() > 255);
+        check(QFileInfo(path).fileName().toUtf8().size() > 255 - 7);
         check(!freshAlphaVantageCache(symbol, QDateTime::currentMSecsSinceEpoch()));
         return;
     }

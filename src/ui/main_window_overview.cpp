@@ -154,7 +154,8 @@ void MainWindow::applyMovers(const QString &sourceLabel, const QList<MoverRecord
 
     m_movers->showMovers(view);
     m_moversShown = true;
-    refreshScreener();
+    // The screener reads the movers too, but one out of view waits until it is shown again.
+    refreshScreenerIfShown();
     if (report) {
         statusBar()->showMessage(moversStatusText(sourceLabel, int(view.gainers.size()),
                                                   int(view.losers.size()), view.suffix));

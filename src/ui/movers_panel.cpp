@@ -15,6 +15,7 @@
 #include <QHeaderView>
 #include <QLabel>
 #include <QMenu>
+#include <QSignalBlocker>
 #include <QSplitter>
 #include <QTableWidget>
 #include <QVBoxLayout>
@@ -241,6 +242,11 @@ void MoversPanel::showMovers(const MoversView &view)
 void MoversPanel::fillTable(QTableWidget *table, const QList<MoverRecord> &records)
 {
     table->setRowCount(int(records.size()));
+    // The cells are written with the model quiet and announced by one signal for the whole
+    // table. A signal per cell would have the header, whose number columns fit their contents,
+    // measure every row of every such column again for each of the several hundred writes.
+    QAbstractItemModel *model = table->model();
+    QSignalBlocker quiet(model);
     for (int row = 0; row < records.size(); ++row) {
         const MoverRecord &record = records.at(row);
         const QStringList texts{
@@ -264,6 +270,10 @@ void MoversPanel::fillTable(QTableWidget *table, const QList<MoverRecord> &recor
         table->item(row, 0)->setToolTip(
                 QStringLiteral("%1  %2  %3").arg(record.symbol, texts.at(2), texts.at(4)));
     }
+    quiet.unblock();
+    if (!records.isEmpty())
+        emit model->dataChanged(model->index(0, 0),
+                                model->index(int(records.size()) - 1, kColumns - 1));
 }
 
 void MoversPanel::setTiles(const QList<BreadthTile> &tiles)

@@ -1,4 +1,5 @@
 #include "app/language.h"
+#include "market/market_row.h"
 #include "overview/movers_mosaic.h"
 #include "overview/screener.h"
 #include "support/isolated_folders.h"
@@ -20,6 +21,7 @@
 #include <QPlainTextEdit>
 #include <QSignalSpy>
 #include <QStatusBar>
+#include <QTabWidget>
 #include <QTableWidget>
 #include <QTest>
 #include <QTimer>
@@ -76,6 +78,29 @@ void triggerMenuEntry(MoversPanel *panel, QTableWidget *table, int row, MoversPa
     QFAIL("the menu has no such entry");
 }
 
+// Binance's all-pairs 24-hour tickers: `pairs` USDT pairs with every field the reply carries.
+QByteArray binanceTickersBody(int pairs)
+{
+    QByteArray body("[");
+    for (int i = 0; i < pairs; ++i) {
+        const double change = (i % 41 - 20) * 0.73;
+        body += QStringLiteral(
+                        R"({"symbol":"C%1USDT","priceChange":"0.1","priceChangePercent":"%2",)"
+                        R"("weightedAvgPrice":"1.0","prevClosePrice":"1.0","lastPrice":"%3",)"
+                        R"("lastQty":"2.0","bidPrice":"1.0","bidQty":"3.0","askPrice":"1.1",)"
+                        R"("askQty":"4.0","openPrice":"1.0","highPrice":"1.2","lowPrice":"0.9",)"
+                        R"("volume":"5000.0","quoteVolume":"%4","openTime":1700000000000,)"
+                        R"("closeTime":1700086400000,"firstId":1,"lastId":9,"count":9})")
+                        .arg(i)
+                        .arg(change, 0, 'f', 3)
+                        .arg(1.0 + i * 0.37, 0, 'f', 8)
+                        .arg(1e5 * (i + 1), 0, 'f', 8)
+                        .toLatin1();
+        body += i + 1 < pairs ? "," : "]";
+    }
+    return body;
+}
+
 } // namespace
 
 class OverviewWindowTest : public QObject
@@ -94,6 +119,7 @@ private slots:
     void screenerFollowsMoversAndWatchlist();
     void headlinesStayPlainText();
     void selectorsFollowTheLanguage();
+    void largeCryptoUpdateDoesBoundedWork();
 
 private:
     std::unique_ptr<IsolatedFolders> m_folders;
@@ -240,6 +266,9 @@ void OverviewWindowTest::screenerFollowsMoversAndWatchlist()
     QTableWidget *table = screener->table();
     // The watchlist scope: AAPL has no quote yet, G59USDT takes its values from the movers.
     QCOMPARE(screener->filters().scope, QStringLiteral("watchlist"));
+    m_window->findChild<QTabWidget *>("rightTabs")->setCurrentWidget(screener);
+    m_window->show();
+    QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
     m_window->applyMovers(QStringLiteral("Crypto 24h"), crowd());
     QCOMPARE(column(table, ScreenerPanel::SymbolColumn), (QStringList{"AAPL", "G59USDT"}));
     const int aapl = column(table, ScreenerPanel::SymbolColumn).indexOf("AAPL");
@@ -315,3 +344,43 @@ void OverviewWindowTest::selectorsFollowTheLanguage()
 
 QTEST_MAIN(OverviewWindowTest)
 #include "tst_overview_window.moc"
+
+void OverviewWindowTest::largeCryptoUpdateDoesBoundedWork()
+{
+    // A 24-hour reply of 332 pairs, read, then applied three times with moved prices and changes
+    // while the Movers tab is in front.
+    auto *tabs = m_window->findChild<QTabWidget *>("rightTabs");
+    ScreenerPanel *screener = m_window->screenerPanel();
+    MoversPanel *panel = m_window->moversPanel();
+    tabs->setCurrentWidget(panel);
+    m_window->show();
+    QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
+    const QList<MoverRecord> records = readBinanceMovers(binanceTickersBody(332));
+    QCOMPARE(records.size(), 332);
+    QSignalSpy gainerWrites(panel->gainersTable()->model(), &QAbstractItemModel::dataChanged);
+    QSignalSpy loserWrites(panel->losersTable()->model(), &QAbstractItemModel::dataChanged);
+    QSignalSpy screenerRebuilds(screener->table()->model(), &QAbstractItemModel::modelReset);
+    for (int round = 1; round <= 3; ++round) {
+        QList<MoverRecord> moved = records;
+        for (MoverRecord &record : moved) {
+            record.price += round;
+            record.change += round * 0.01;
+        }
+        m_window->applyMovers(QStringLiteral("Crypto 24h"), moved);
+    }
+    QCOMPARE(panel->gainersTable()->rowCount(), 50);
+    QCOMPARE(panel->losersTable()->rowCount(), 50);
+    QCOMPARE(panel->gainersTable()->item(0, 2)->text(), formatChangePercent(14.63));
+    QCOMPARE(m_window->moversCache().size(), 332);
+    // Each table is announced once per update, not once per cell: a header fitting its columns
+    // to their contents measures all rows on each announcement.
+    QCOMPARE(gainerWrites.size(), 3);
+    QCOMPARE(loserWrites.size(), 3);
+    QCOMPARE(gainerWrites.last().at(1).toModelIndex().row(), 49);
+    // The screener out of view waits; brought to the front, it is rebuilt once.
+    QCOMPARE(screenerRebuilds.size(), 0);
+    tabs->setCurrentWidget(screener);
+    QCOMPARE(screenerRebuilds.size(), 1);
+    QCOMPARE(column(screener->table(), ScreenerPanel::SymbolColumn),
+             (QStringList{"AAPL", "G59USDT"}));
+}

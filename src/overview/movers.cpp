@@ -3,6 +3,7 @@
 #include "app/language.h"
 #include "market/market_row.h"
 #include "market/symbols.h"
+#include "streams/frame_scan.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -10,20 +11,38 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 
 namespace {
 
-// Prices, changes and volumes come as strings (Binance, Alpha Vantage) or numbers (Yahoo).
+// Prices, changes and volumes come as strings (Binance, Alpha Vantage) or numbers (Yahoo). A
+// 24-hour reply holds a thousand of these strings and QString's locale-aware reading costs several
+// times the parse of the text around them: a plain decimal is read directly, anything else
+// (spaces, "+1", "NaN") by QString's rules.
 double numberOf(const QJsonValue &value)
 {
     if (value.isDouble())
         return value.toDouble();
-    if (value.isString()) {
-        bool ok = false;
-        const double number = value.toString().trimmed().toDouble(&ok);
-        return ok ? number : qQNaN();
+    if (!value.isString())
+        return qQNaN();
+    const QString text = value.toString();
+    char ascii[64];
+    if (text.size() < qsizetype(sizeof ascii)) {
+        bool plain = true;
+        for (qsizetype i = 0; i < text.size() && plain; ++i) {
+            const char16_t c = text.at(i).unicode();
+            plain = c < 0x80;
+            ascii[i] = char(c);
+        }
+        if (plain) {
+            if (const std::optional<double> quick =
+                        scannedDecimal(QByteArrayView(ascii, text.size())))
+                return *quick;
+        }
     }
-    return qQNaN();
+    bool ok = false;
+    const double number = text.trimmed().toDouble(&ok);
+    return ok ? number : qQNaN();
 }
 
 QJsonDocument documentOf(const QByteArray &body)

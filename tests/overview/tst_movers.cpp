@@ -26,6 +26,8 @@ private slots:
     void directionClassBoundaries_data();
     void directionClassBoundaries();
     void binanceDropsLeveragedAndDeadPairs();
+    void binanceNumbersReadAsQStringDoes_data();
+    void binanceNumbersReadAsQStringDoes();
     void alphaVantageAndYahooReplies();
     void localChangeLooksBackOneInterval_data();
     void localChangeLooksBackOneInterval();
@@ -83,6 +85,42 @@ void MoversTest::binanceDropsLeveragedAndDeadPairs()
     // A crypto pair's quote volume is its turnover.
     QCOMPARE(moverTurnover(records.at(1)), 2000000.0);
     QVERIFY(readBinanceMovers("<html>").isEmpty());
+}
+
+void MoversTest::binanceNumbersReadAsQStringDoes_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<double>("expected"); // NaN: the pair is dropped
+    QTest::newRow("plain") << "65000.10000000" << 65000.1;
+    QTest::newRow("negative") << "-3.930" << -3.93;
+    QTest::newRow("integer") << "42" << 42.0;
+    QTest::newRow("exponent") << "1.5e3" << 1500.0;
+    QTest::newRow("spaces around") << " 2.5 " << 2.5;
+    QTest::newRow("leading plus") << "+1.5" << 1.5;
+    QTest::newRow("trailing point") << "5." << 5.0;
+    QTest::newRow("long") << "0.000000000000000000000000000000000000000000000000000000000000000001"
+                          << 1e-66;
+    QTest::newRow("not a number") << "NaN" << qQNaN();
+    QTest::newRow("infinite") << "1e999" << qQNaN();
+    QTest::newRow("comma") << "1,5" << qQNaN();
+    QTest::newRow("empty") << "" << qQNaN();
+}
+
+void MoversTest::binanceNumbersReadAsQStringDoes()
+{
+    QFETCH(QString, text);
+    QFETCH(double, expected);
+    const QByteArray body = QStringLiteral(R"([{"symbol":"BTCUSDT","lastPrice":"10",)"
+                                           R"("priceChangePercent":"%1","quoteVolume":"7"}])")
+                                    .arg(text)
+                                    .toUtf8();
+    const QList<MoverRecord> records = readBinanceMovers(body);
+    if (qIsNaN(expected)) {
+        QVERIFY(records.isEmpty());
+        return;
+    }
+    QCOMPARE(records.size(), 1);
+    QCOMPARE(records.at(0).change, expected);
 }
 
 void MoversTest::alphaVantageAndYahooReplies()

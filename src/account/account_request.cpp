@@ -47,8 +47,13 @@ AccountReply accountRequest(const QUrl &url, const QByteArray &method, const QJs
     QNetworkRequest request(url);
     request.setRawHeader("User-Agent", kAccountUserAgent);
     request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
-    if (!bearerToken.isEmpty())
+    if (!bearerToken.isEmpty()) {
+        // A redirect carries every header along: the session token follows one only on its own
+        // host.
         request.setRawHeader("Authorization", "Bearer " + bearerToken.toUtf8());
+        request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                             QNetworkRequest::SameOriginRedirectPolicy);
+    }
     const bool get = method == "GET";
     const QByteArray payload =
             get ? QByteArray() : QJsonDocument(body).toJson(QJsonDocument::Compact);

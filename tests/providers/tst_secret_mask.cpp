@@ -1,3 +1,4 @@
+#include "account/account_request.h"
 #include "providers/api_keys.h"
 #include "providers/provider_catalogue.h"
 #include "providers/provider_requests.h"
@@ -40,6 +41,7 @@ private slots:
     void healthRecordsNeverKeepAKey();
     void bearerTokenDoesNotFollowARedirectElsewhere_data();
     void bearerTokenDoesNotFollowARedirectElsewhere();
+    void accountTokenDoesNotFollowARedirectElsewhere();
 };
 
 void SecretMaskTest::masksEveryFormOfAKnownKey_data()
@@ -190,6 +192,21 @@ void SecretMaskTest::bearerTokenDoesNotFollowARedirectElsewhere()
     QCOMPARE(provider.lastRequest().header("Authorization"),
              token.isEmpty() ? QByteArray() : "Bearer " + token.toUtf8());
     qunsetenv("QRL_ENDPOINT_BRAPI");
+}
+
+void SecretMaskTest::accountTokenDoesNotFollowARedirectElsewhere()
+{
+    FakeProvider account;
+    FakeProvider elsewhere;
+    QVERIFY(account.listen() && elsewhere.listen());
+    account.setReply("/api/v1/me",
+                     FakeReply{.status = 302,
+                               .headers = {{"Location", elsewhere.baseUrl().toUtf8() + "/me"}}});
+    const AccountReply reply = accountRequest(QUrl(account.baseUrl() + "/api/v1/me"), "GET", {},
+                                              QStringLiteral("session-token-77"), 3000);
+    QCOMPARE(reply.httpStatus, 302);
+    QCOMPARE(account.requests().size(), 1);
+    QVERIFY(elsewhere.requests().isEmpty());
 }
 
 QTEST_GUILESS_MAIN(SecretMaskTest)

@@ -26,20 +26,8 @@ double numberOf(const QJsonValue &value)
     if (!value.isString())
         return qQNaN();
     const QString text = value.toString();
-    char ascii[64];
-    if (text.size() < qsizetype(sizeof ascii)) {
-        bool plain = true;
-        for (qsizetype i = 0; i < text.size() && plain; ++i) {
-            const char16_t c = text.at(i).unicode();
-            plain = c < 0x80;
-            ascii[i] = char(c);
-        }
-        if (plain) {
-            if (const std::optional<double> quick =
-                        scannedDecimal(QByteArrayView(ascii, text.size())))
-                return *quick;
-        }
-    }
+    if (const std::optional<double> quick = scannedDecimal(text))
+        return *quick;
     bool ok = false;
     const double number = text.trimmed().toDouble(&ok);
     return ok ? number : qQNaN();

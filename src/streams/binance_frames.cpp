@@ -25,18 +25,7 @@ double decimalOf(const QJsonValue &value)
         // A depth frame holds eighty of these: a plain decimal is read directly, anything else
         // ("+1", " 2", "NaN") by QString's rules.
         const QString text = value.toString();
-        char ascii[64];
-        std::optional<double> quick;
-        if (text.size() < qsizetype(sizeof ascii)) {
-            bool plain = true;
-            for (qsizetype i = 0; i < text.size() && plain; ++i) {
-                const char16_t c = text.at(i).unicode();
-                plain = c < 0x80;
-                ascii[i] = char(c);
-            }
-            if (plain)
-                quick = scannedDecimal(QByteArrayView(ascii, text.size()));
-        }
+        const std::optional<double> quick = scannedDecimal(text);
         if (quick) {
             number = *quick;
         } else {

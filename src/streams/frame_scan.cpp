@@ -306,3 +306,17 @@ std::optional<double> scannedDecimal(QByteArrayView text)
         return std::nullopt;
     return value;
 }
+
+std::optional<double> scannedDecimal(const QString &text)
+{
+    char ascii[64];
+    if (text.size() >= qsizetype(sizeof ascii))
+        return std::nullopt;
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const char16_t c = text.at(i).unicode();
+        if (c >= 0x80)
+            return std::nullopt;
+        ascii[i] = char(c);
+    }
+    return scannedDecimal(QByteArrayView(ascii, text.size()));
+}

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArrayView>
+#include <QString>
 #include <QtGlobal>
 
 #include <array>
@@ -47,3 +48,5 @@ std::optional<ScannedFrame> scanFrame(QByteArrayView json,
 // double; nothing for any other text (leading '+', spaces, "NaN") or a value out of the double's
 // range, which the caller reads the slow way.
 std::optional<double> scannedDecimal(QByteArrayView text);
+// The same for a string value: a short plain-ASCII text is scanned as above.
+std::optional<double> scannedDecimal(const QString &text);
